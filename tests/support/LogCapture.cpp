@@ -1,0 +1,95 @@
+#include "support/LogCapture.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <iostream>
+
+namespace voxa_test {
+
+namespace {
+std::atomic<LogCapture*> gActive{nullptr};
+
+const char* priorityName(int priority) {
+    switch (priority) {
+        case ANDROID_LOG_VERBOSE: return "VERBOSE";
+        case ANDROID_LOG_DEBUG: return "DEBUG";
+        case ANDROID_LOG_INFO: return "INFO";
+        case ANDROID_LOG_WARN: return "WARN";
+        case ANDROID_LOG_ERROR: return "ERROR";
+        case ANDROID_LOG_FATAL: return "FATAL";
+        default: return "?";
+    }
+}
+}  // namespace
+
+void PrintTo(const LogLine& line, std::ostream* os) {
+    *os << priorityName(line.priority) << "/" << line.tag << ": \"" << line.message << "\"";
+}
+
+LogLine Info(const std::string& message) {
+    return {ANDROID_LOG_INFO, "Voxa", message};
+}
+LogLine Warn(const std::string& message) {
+    return {ANDROID_LOG_WARN, "Voxa", message};
+}
+LogLine Error(const std::string& message) {
+    return {ANDROID_LOG_ERROR, "Voxa", message};
+}
+
+LogCapture::LogCapture() {
+    LogCapture* expected = nullptr;
+    if (!gActive.compare_exchange_strong(expected, this)) {
+        std::cerr << "LogCapture: a capture is already active" << std::endl;
+        std::abort();
+    }
+    __android_log_set_logger(&LogCapture::logger);
+}
+
+LogCapture::~LogCapture() {
+    __android_log_set_logger(&__android_log_stderr_logger);
+    gActive.store(nullptr);
+}
+
+void LogCapture::logger(const __android_logger_data* data, const char* message) {
+    LogCapture* capture = gActive.load();
+    if (capture == nullptr) {
+        __android_log_stderr_logger(data, message);
+        return;
+    }
+    capture->append({data->priority, data->tag != nullptr ? data->tag : "", message});
+}
+
+void LogCapture::append(LogLine line) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mLines.push_back(std::move(line));
+}
+
+std::vector<LogLine> LogCapture::lines() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mLines;
+}
+
+std::vector<LogLine> LogCapture::linesTagged(const std::string& tag) const {
+    std::vector<LogLine> tagged;
+    for (const LogLine& line : lines()) {
+        if (line.tag == tag) tagged.push_back(line);
+    }
+    return tagged;
+}
+
+void LogCapture::clear() {
+    std::lock_guard<std::mutex> guard(mLock);
+    mLines.clear();
+}
+
+bool LogCapture::contains(const LogLine& line) const {
+    return count(line) > 0;
+}
+
+size_t LogCapture::count(const LogLine& line) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return std::count(mLines.begin(), mLines.end(), line);
+}
+
+}  // namespace voxa_test

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <android/log.h>
+
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace voxa_test {
+
+// One line as liblog handed it to the installed logger.
+struct LogLine {
+    int priority;
+    std::string tag;
+    std::string message;
+
+    bool operator==(const LogLine& other) const {
+        return priority == other.priority && tag == other.tag && message == other.message;
+    }
+    bool operator!=(const LogLine& other) const { return !(*this == other); }
+};
+
+void PrintTo(const LogLine& line, std::ostream* os);
+
+// Lines with the service's tag, for readable expectations.
+LogLine Info(const std::string& message);
+LogLine Warn(const std::string& message);
+LogLine Error(const std::string& message);
+
+// Records every line written through liblog while it exists, in order, from any thread.
+// Installs its logger with __android_log_set_logger on construction; on destruction puts back
+// liblog's host default (the stderr logger), since liblog offers no way to read the logger that
+// was installed before. At most one capture may exist at a time.
+class LogCapture {
+  public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::vector<LogLine> lines() const;
+    // Only the lines with the given tag ("Voxa" by default), in order.
+    std::vector<LogLine> linesTagged(const std::string& tag = "Voxa") const;
+    void clear();
+
+    bool contains(const LogLine& line) const;
+    size_t count(const LogLine& line) const;
+
+  private:
+    static void logger(const __android_logger_data* data, const char* message);
+    void append(LogLine line);
+
+    mutable std::mutex mLock;
+    std::vector<LogLine> mLines;  // guarded by mLock
+};
+
+}  // namespace voxa_test
