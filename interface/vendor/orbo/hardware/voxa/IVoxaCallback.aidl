@@ -1,0 +1,11 @@
+package vendor.orbo.hardware.voxa;
+
+/**
+ * A session's results, implemented by the client. handle is the session's handle.
+ */
+@VintfStability
+interface IVoxaCallback {
+  /** Plain or time-stamped results; which list of event is present tells them apart. */
+  void onAsrEvent(int handle, in vendor.orbo.hardware.voxa.VoxaEvent event);
+  void onSdzEvent(int handle, in vendor.orbo.hardware.voxa.SpeakerDiarizationEvent event);
+}
