@@ -1,0 +1,182 @@
+/*
+ * A programmable stand-in for the platform audio layer, for tests of code that calls the PAL API
+ * (pal/pal_api.h). Linking the pal_fake library provides the six PAL functions; each records a
+ * copy of its arguments and returns a result that the test scripted (0 unless told otherwise).
+ * The test drives the other direction through FakePal: it raises stream events and reports
+ * engine resources as available, and the fake calls the registered functions on its own event
+ * thread, as the PAL library does.
+ *
+ * Thread safety: every member of FakePal may be called from any thread, and the PAL functions may
+ * be called concurrently with them, also from inside a callback that the fake is making. The
+ * fake never holds a lock of its own while it calls into the code under test.
+ */
+#ifndef PAL_FAKE_PAL_H
+#define PAL_FAKE_PAL_H
+
+#include <pal/pal_api.h>
+
+#include <array>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <optional>
+#include <ostream>
+#include <thread>
+#include <vector>
+
+namespace fake_pal {
+
+enum class Function { StreamOpen, StreamSetParam, StreamStart, StreamStop, StreamClose, SetParam };
+
+// "pal_stream_open", ...: the name of the PAL function.
+const char* toString(Function function);
+void PrintTo(Function function, std::ostream* os);
+
+// One call of a PAL function: copies of everything it was given. Fields that the function does
+// not take stay empty, zero or null.
+struct Call {
+    Function function = Function::StreamOpen;
+    // The handle the call was given; for a successful pal_stream_open the handle it handed out.
+    pal_stream_handle* stream = nullptr;
+    uint32_t paramId = 0;
+    // pal_stream_set_param: the 4-byte count and the bytes it counts. pal_set_param: `size` bytes.
+    std::vector<uint8_t> payload;
+    // pal_stream_open: the attribute record and `num_devices` device records, as bytes.
+    std::vector<uint8_t> attributes;
+    std::vector<uint8_t> devices;
+    uint32_t numDevices = 0;
+    uint32_t numModifiers = 0;
+    bool modifiersNull = true;
+    pal_stream_event_cb callback = nullptr;
+    unsigned long cookie = 0;
+};
+
+// How raiseEvent hands an event to the callback. By default the callback gets the stream's
+// handle, a copy of the payload and the payload's size; these override each, so that tests can
+// present the malformed calls that the code under test must refuse.
+struct Delivery {
+    bool nullStream = false;
+    bool nullPayload = false;
+    std::optional<uint32_t> size;
+};
+
+// raiseEvent's result when no callback was made: the stream is unknown (never handed out, or
+// forgotten by reset) or was opened without a callback.
+constexpr int32_t kNotDelivered = -19;
+
+// Event payloads are copied to storage of exactly their size (so that AddressSanitizer reports
+// reads past the end) aligned to this many bytes.
+constexpr size_t kPayloadAlignment = 16;
+
+class FakePal {
+  public:
+    // The one fake, created on first use; its destructor at exit joins the event thread and
+    // drops events still queued.
+    static FakePal& instance();
+
+    FakePal(const FakePal&) = delete;
+    FakePal& operator=(const FakePal&) = delete;
+
+    // Forgets the calls, the scripted results, the streams and the resources-available
+    // registration. Events already raised are still delivered; handles handed out before are
+    // never handed out again.
+    void reset();
+
+    // Forgets the calls only; streams, scripts and the registration stay.
+    void clearCalls();
+
+    // Runs `hook` inside every later call of `function`, before the call is recorded and without
+    // any lock of the fake held (for example to hold the caller there). Null removes it.
+    void setHook(Function function, std::function<void()> hook);
+
+    // The calls made since the last reset, in the order they were made.
+    std::vector<Call> calls() const;
+    std::vector<Call> calls(Function function) const;
+    std::vector<Function> functions() const;
+
+    // Every later call of `function` returns `result` once the queued results are used up.
+    void setResult(Function function, int32_t result);
+    // The next calls of `function` return `results` in order, after any queued before.
+    void queueResults(Function function, std::vector<int32_t> results);
+
+    // Streams opened and not yet closed since the last reset, in the order they were opened.
+    std::vector<pal_stream_handle*> openStreams() const;
+
+    // Calls the callback that `stream` was opened with, with its cookie and `eventId`, on the
+    // event thread, and returns what the callback returned. The stream may be started or not (so
+    // that tests can check how the code under test treats early and late events) but must still
+    // be open when the event's turn comes: as on a device, a closed stream raises nothing, and
+    // pal_stream_close waits for a delivery in progress on its stream. Events are delivered one
+    // at a time in the order in which they were raised. Returns kNotDelivered when there is no
+    // callback to call.
+    // Precondition: not called from inside a callback that the fake is making (it would wait on
+    // itself); use raiseEventAsync there.
+    int32_t raiseEvent(pal_stream_handle* stream, uint32_t eventId,
+                       const std::vector<uint8_t>& payload, const Delivery& delivery = {});
+    // As raiseEvent, without waiting: the future gets the callback's result.
+    std::future<int32_t> raiseEventAsync(pal_stream_handle* stream, uint32_t eventId,
+                                         const std::vector<uint8_t>& payload,
+                                         const Delivery& delivery = {});
+
+    // Calls the function registered with pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE) with
+    // its cookie, on the event thread, and waits for it. Returns false, calling nothing, when no
+    // function is registered. Same precondition as raiseEvent.
+    bool notifyResourcesAvailable();
+
+    // The thread on which every callback is made.
+    std::thread::id eventThread() const { return mThread.get_id(); }
+
+  private:
+    friend struct EntryPoints;
+
+    struct Stream {
+        pal_stream_handle* handle;
+        pal_stream_event_cb callback;
+        unsigned long cookie;
+        bool open;
+    };
+    static constexpr size_t kFunctionCount = 6;
+    struct Script {
+        int32_t result = 0;
+        std::deque<int32_t> queued;
+    };
+
+    FakePal();
+    ~FakePal();
+
+    // Records `call` and returns its scripted result, applying the call's effect on success:
+    // pal_stream_open creates a stream and writes its handle to `*openedStream` (when not null),
+    // pal_stream_close marks the stream closed, and a pal_set_param with the resources-available
+    // registration stores it.
+    int32_t record(Call call, pal_stream_handle** openedStream);
+    void runHook(Function function);
+    int32_t deliver(pal_stream_handle* stream, const std::function<int32_t()>& callback);
+    Stream* findStreamLocked(pal_stream_handle* handle);
+
+    std::future<int32_t> post(std::packaged_task<int32_t()> task);
+    void runEvents();
+
+    mutable std::mutex mLock;
+    std::vector<Call> mCalls;                     // guarded by mLock
+    std::array<Script, kFunctionCount> mScripts;  // guarded by mLock; indexed by Function
+    std::vector<Stream> mStreams;                 // guarded by mLock
+    std::deque<pal_stream_handle> mHandles;       // guarded by mLock; never shrinks, so never moves
+    pal_resources_available_param mResources{};   // guarded by mLock
+    std::array<std::function<void()>, kFunctionCount> mHooks;  // guarded by mLock
+    pal_stream_handle* mDelivering = nullptr;  // guarded by mLock; the stream being called back
+    std::condition_variable mDeliveryDone;     // signalled when mDelivering is cleared
+
+    std::mutex mQueueLock;
+    std::condition_variable mQueueChanged;
+    std::deque<std::packaged_task<int32_t()>> mQueue;  // guarded by mQueueLock
+    bool mStopping = false;                            // guarded by mQueueLock
+
+    std::thread mThread;  // runs runEvents; started last, joined by the destructor
+};
+
+}  // namespace fake_pal
+
+#endif  // PAL_FAKE_PAL_H
