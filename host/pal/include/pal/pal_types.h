@@ -169,7 +169,7 @@ struct pal_asr_result {
     uint8_t flag;
     int32_t value;
     uint32_t reserved;
-    char text[PAL_ASR_TEXT_SIZE];     /* NUL-terminated UTF-8 */
+    char text[PAL_ASR_TEXT_SIZE];         /* NUL-terminated UTF-8 */
     char aux_text[PAL_ASR_AUX_TEXT_SIZE]; /* NUL-terminated UTF-8 */
     uint32_t data_size;
     uint8_t data[0];

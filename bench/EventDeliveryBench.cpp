@@ -1,0 +1,176 @@
+// Event delivery from the PAL's stream callback to the client's callback, for each payload kind,
+// and what a waiting event thread costs while a binder thread holds the session's lock.
+
+#include <aidl/vendor/orbo/hardware/voxa/BnVoxaCallback.h>
+#include <android/log.h>
+#include <benchmark/benchmark.h>
+#include <pal/fake_pal.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <future>
+#include <thread>
+#include <vector>
+
+#include "VoxaSession.h"
+
+namespace aidl::vendor::orbo::hardware::voxa {
+namespace {
+
+using fake_pal::FakePal;
+using fake_pal::Function;
+
+class CountingCallback : public BnVoxaCallback {
+  public:
+    ndk::ScopedAStatus onAsrEvent(int32_t, const VoxaEvent&) override {
+        mCount++;
+        return ndk::ScopedAStatus::ok();
+    }
+    ndk::ScopedAStatus onSdzEvent(int32_t, const SpeakerDiarizationEvent&) override {
+        mCount++;
+        return ndk::ScopedAStatus::ok();
+    }
+    std::atomic<int64_t> mCount{0};
+};
+
+// A listening session on the fake PAL, its logging silenced so that delivery itself is measured.
+struct ListeningSession {
+    ListeningSession() {
+        __android_log_set_minimum_priority(ANDROID_LOG_ERROR);
+        FakePal::instance().reset();
+        session.loadModel(VoxaModel());
+        VoxaConfig config;
+        config.input_lang_code = "en-US";
+        config.output_lang_code = "en-US";
+        session.start(config);
+        stream = FakePal::instance().openStreams().back();
+    }
+    ~ListeningSession() {
+        session.close();
+        __android_log_set_minimum_priority(ANDROID_LOG_DEFAULT);
+    }
+    int32_t deliver(uint32_t eventId, std::vector<uint8_t>& payload) {
+        return VoxaSession::palCallback(stream, eventId,
+                                        reinterpret_cast<unsigned int*>(payload.data()),
+                                        payload.size(), reinterpret_cast<unsigned long>(&session));
+    }
+
+    std::shared_ptr<CountingCallback> client = ndk::SharedRefBase::make<CountingCallback>();
+    VoxaSession session{1, client};
+    pal_stream_handle* stream = nullptr;
+};
+
+std::vector<uint8_t> zeroed(size_t size) {
+    return std::vector<uint8_t>(size, 0);
+}
+
+// One result with a short text, as a typical engine result.
+void putResult(std::vector<uint8_t>& payload, size_t textOffset, const char* text) {
+    uint32_t one = 1;
+    std::memcpy(payload.data() + 4, &one, sizeof(one));
+    std::memcpy(payload.data() + textOffset, text, std::strlen(text));
+}
+
+void BM_DeliverAsrEvent(benchmark::State& state) {
+    ListeningSession listening;
+    std::vector<uint8_t> payload = zeroed(8 + 5140);
+    putResult(payload, 8 + 12, "the quick brown fox");
+    for (auto _ : state) benchmark::DoNotOptimize(listening.deliver(0, payload));
+    state.SetItemsProcessed(listening.client->mCount);
+}
+BENCHMARK(BM_DeliverAsrEvent);
+
+void BM_DeliverTimestampEvent(benchmark::State& state) {
+    ListeningSession listening;
+    std::vector<uint8_t> payload = zeroed(8 + 14768);
+    putResult(payload, 8 + 12, "the quick brown fox");
+    int32_t words = 4;
+    std::memcpy(payload.data() + 8 + 1056, &words, sizeof(words));
+    for (auto _ : state) benchmark::DoNotOptimize(listening.deliver(1, payload));
+    state.SetItemsProcessed(listening.client->mCount);
+}
+BENCHMARK(BM_DeliverTimestampEvent);
+
+void BM_DeliverSdzEvent(benchmark::State& state) {
+    ListeningSession listening;
+    std::vector<uint8_t> payload = zeroed(16 + 2 * 144);
+    uint32_t header[4] = {1, 0, 2, 1};  // one result, two speakers, flag set
+    std::memcpy(payload.data(), header, sizeof(header));
+    for (auto _ : state) benchmark::DoNotOptimize(listening.deliver(2, payload));
+    state.SetItemsProcessed(listening.client->mCount);
+}
+BENCHMARK(BM_DeliverSdzEvent);
+
+double threadCpuSeconds(pthread_t thread) {
+    clockid_t clock;
+    pthread_getcpuclockid(thread, &clock);
+    timespec now;
+    clock_gettime(clock, &now);
+    return now.tv_sec + now.tv_nsec / 1e9;
+}
+
+constexpr auto kHold = std::chrono::milliseconds(200);
+
+// CPU seconds a waiting thread uses per second of waiting.
+struct WaitCost {
+    double cpu = 0;
+    double wall = 0;
+
+    void sample(std::thread& waiter) {
+        auto start = std::chrono::steady_clock::now();
+        double cpuStart = threadCpuSeconds(waiter.native_handle());
+        std::this_thread::sleep_for(kHold);
+        cpu += threadCpuSeconds(waiter.native_handle()) - cpuStart;
+        wall += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+    void report(benchmark::State& state) const { state.counters["cpu_per_wall"] = cpu / wall; }
+};
+
+// The event thread waits for a session lock that a binder thread holds inside a PAL call.
+void BM_WaitingEventThread(benchmark::State& state) {
+    ListeningSession listening;
+    std::vector<uint8_t> payload = zeroed(8 + 5140);
+    WaitCost cost;
+    for (auto _ : state) {
+        std::promise<void> entered;
+        FakePal::instance().setHook(Function::StreamSetParam, [&] {
+            entered.set_value();
+            std::this_thread::sleep_for(kHold * 2);
+        });
+        std::thread binder([&] { listening.session.setParameter(VoxaParameter()); });
+        entered.get_future().wait();
+        FakePal::instance().setHook(Function::StreamSetParam, nullptr);
+
+        std::thread eventThread([&] { listening.deliver(0, payload); });
+        cost.sample(eventThread);
+        binder.join();
+        eventThread.join();
+    }
+    cost.report(state);
+}
+BENCHMARK(BM_WaitingEventThread)->Iterations(3)->UseRealTime();
+
+// The same wait as a plain busy spin on try_lock.
+void BM_BusySpin(benchmark::State& state) {
+    WaitCost cost;
+    for (auto _ : state) {
+        std::mutex lock;
+        std::unique_lock<std::mutex> held(lock);
+        std::atomic<bool> stop{false};
+        std::thread spinner([&] {
+            while (!lock.try_lock() && !stop) {
+            }
+        });
+        cost.sample(spinner);
+        stop = true;
+        spinner.join();
+    }
+    cost.report(state);
+}
+BENCHMARK(BM_BusySpin)->Iterations(3)->UseRealTime();
+
+}  // namespace
+}  // namespace aidl::vendor::orbo::hardware::voxa

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <aidl/vendor/orbo/hardware/voxa/SpeakerDiarizationEvent.h>
+#include <aidl/vendor/orbo/hardware/voxa/VoxaEvent.h>
+#include <pal/pal_types.h>
+
+namespace aidl::vendor::orbo::hardware::voxa {
+
+// Decodes the engine's event payloads into interface records. Stateless; logs nothing.
+//
+// The payload must be the one the PAL handed to the stream callback, never null. The counts inside
+// it are trusted (the PAL sizes its payloads by them); texts are read up to their first NUL within
+// their field, and a time-stamped result yields at most its PAL_ASR_MAX_WORDS word slots.
+class PalToAidlConverter {
+  public:
+    // Sets out.status (0 for an engine success, else 2) and replaces out.events with one entry per
+    // result. out.timestamp_events is left as it is.
+    static void convertAsrEvent(pal_asr_event* event, VoxaEvent& out);
+
+    // Sets out.status and replaces out.timestamp_events with one entry per result. out.events is
+    // left as it is.
+    static void convertAsrTimeStampEvent(pal_asr_ts_event* event, VoxaEvent& out);
+
+    // Appends one entry per result to out.events, speakers included. `out` must be empty: the
+    // speakers of result i go to out.events[i].
+    static void convertSdzEvent(pal_sdz_event* event, SpeakerDiarizationEvent& out);
+};
+
+}  // namespace aidl::vendor::orbo::hardware::voxa

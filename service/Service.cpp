@@ -1,0 +1,43 @@
+#define LOG_TAG "Voxa"
+
+#include "Service.h"
+
+#include <android/binder_manager.h>
+#include <android/log.h>
+
+#include <exception>
+#include <string>
+
+#include "Voxa.h"
+
+using aidl::vendor::orbo::hardware::voxa::IVoxa;
+using aidl::vendor::orbo::hardware::voxa::Voxa;
+
+namespace {
+constexpr int kStatusNotSupported = -38;  // -ENOSYS
+}
+
+extern "C" int registerService() {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "Register ASR Service");
+
+    std::shared_ptr<Voxa> voxa;
+    try {
+        voxa = ndk::SharedRefBase::make<Voxa>();
+    } catch (const std::exception& e) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "Voxa initialization failed: %s", e.what());
+        return kStatusNotSupported;
+    }
+
+    const std::string instance = std::string(IVoxa::descriptor) + "/default";
+    binder_status_t status;
+    {
+        // The service manager's reference keeps the object alive after this returns.
+        ndk::SpAIBinder binder = voxa->asBinder();
+        status = AServiceManager_addService(binder.get(), instance.c_str());
+    }
+    if (status != STATUS_OK) {
+        __android_log_print(ANDROID_LOG_WARN, LOG_TAG, "Could not register %s, status=%d",
+                            instance.c_str(), status);
+    }
+    return status;
+}

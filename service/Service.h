@@ -1,0 +1,7 @@
+#pragma once
+
+// The library's one entry point, called once by the host process: builds the service object and
+// publishes it with the service manager as "vendor.orbo.hardware.voxa.IVoxa/default".
+// Returns 0, the service manager's status when it refuses the registration, or -38 when the
+// service object could not be built.
+extern "C" __attribute__((visibility("default"))) int registerService();

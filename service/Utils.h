@@ -1,0 +1,29 @@
+#pragma once
+
+#include <android/binder_auto_utils.h>
+#include <pal/pal_types.h>
+
+#include <string>
+
+namespace aidl::vendor::orbo::hardware::voxa {
+
+// Stateless helpers shared by the service: translation of internal statuses (0 for success, a
+// negative errno-style code for failure, as the PAL returns them) into the interface's error
+// vocabulary, and parsing of UUID text into the PAL's record.
+class Utils {
+  public:
+    // The ServiceError value for an internal status: -16 RESOURCE_CONTENTION, -22 INVALID,
+    // -38 OPERATION_NOT_SUPPORTED, anything else (0 included) FAILURE.
+    static int convertToServiceError(int status);
+
+    // The binder status for an internal status: OK for 0, otherwise a service-specific error
+    // whose code is the ServiceError value and whose message is that value's name.
+    static ndk::ScopedAStatus convertToAidlStatus(int status);
+
+    // Parses "%08x-%04x-%04x-%04x-%02x%02x%02x%02x%02x%02x" (sscanf semantics: trailing text is
+    // ignored). Returns the number of fields converted, 10 on success, -1 when the text ends
+    // before the first field. `*uuid` is written only on success.
+    static int convertStringtoUuid(const std::string& text, st_uuid* uuid);
+};
+
+}  // namespace aidl::vendor::orbo::hardware::voxa

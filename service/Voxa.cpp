@@ -1,0 +1,284 @@
+#define LOG_TAG "Voxa"
+
+#include "Voxa.h"
+
+#include <android/binder_ibinder.h>
+#include <android/log.h>
+#include <pal/pal_api.h>
+
+#include <array>
+
+#include "Utils.h"
+
+namespace aidl::vendor::orbo::hardware::voxa {
+
+namespace {
+
+constexpr int kStatusInvalid = -22;  // -EINVAL
+
+// Row i names the language whose id is i; the codes must stay in step with languageCodeMap.
+constexpr std::array<const char*, 100> kSupportedLanguages = {
+        "english : en-US",     "chinese : cmn-Hans-CN", "german : de-DE",
+        "spanish : es-ES",     "russian : ru-RU",       "korean : ko-KR",
+        "french : fr-FR",      "japanese : ja-JP",      "portuguese : pt-PT",
+        "turkish : tr-TR",     "polish : pl-PL",        "catalan : ca-ES",
+        "dutch : nl-NL",       "arabic : ar-SA",        "swedish : sv-SE",
+        "italian : it-IT",     "indonesian : id-ID",    "hindi : hi-IN",
+        "finnish : fi-FI",     "vietnamese : vi-VN",    "hebrew : iw-IL",
+        "ukrainian : uk-UA",   "greek : el-GR",         "malay : ms-MY",
+        "czech : cs-CZ",       "romanian : ro-RO",      "danish : da-DK",
+        "hungarian : hu-HU",   "tamil : ta-IN",         "norwegian : no-NO",
+        "thai : th-TH",        "urdu : ur-IN",          "croatian : hr-HR",
+        "bulgarian : bg-BG",   "lithuanian : lt-LT",    "latin : tn-Latn-ZA",
+        "maori : mi-NZ",       "malayalam : ml-IN",     "welsh : cy-UK",
+        "slovak : sk-SK",      "telugu : te-IN",        "persian : fa-IR",
+        "latvian : lv-LV",     "bengali : bn-IN",       "serbian : sr-RS",
+        "azerbaijani : az-AZ", "slovenian : sl-SI",     "kannada : kn-IN",
+        "estonian : et-EE",    "macedonian : mk-MK",    "breton : br-FR",
+        "basque : eu-ES",      "icelandic : is-IS",     "armenian : hy-AM",
+        "nepali : ne-NP",      "mongolian : mn-MN",     "bosnian : bs-BA",
+        "kazakh : kk-KZ",      "albanian : sq-AL",      "swahili : sw-KE",
+        "galician : gl-ES",    "marathi : mr-IN",       "punjabi : pa-Guru-IN",
+        "sinhala : si-LK",     "khmer : km-KH",         "shona : sn-ZB",
+        "yoruba : yo-BZ",      "somali : so-SO",        "afrikaans : af-ZA",
+        "occitan : oc-FR",     "georgian : ka-GE",      "belarusian : be-BL",
+        "tajik : tg-TK",       "sindhi : sd-IN",        "gujarati : gu-IN",
+        "amharic : am-ET",     "yiddish : yi-IL",       "lao : lo-LA",
+        "uzbek : uz-UZ",       "faroese : fo-FR",       "eole : ht-US",
+        "pashto : ps-PK",      "turkmen : tk-TK",       "nynorsk : nn-NO",
+        "maltese : mt-MT",     "sanskrit : sa-IN",      "luxembourgish : lb-LB",
+        "myanmar : my-MM",     "tibetan : bo-TB",       "tagalog : tl-PP",
+        "malagasy : mg-MG",    "assamese : as-IN",      "tatar : tt-RU",
+        "hawaiian : haw-US",   "lingala : ln-DC",       "hausa : ha-NG",
+        "bashkir : ba-RU",     "javanese : jw-ID",      "sundanese : su-ID",
+        "cantonese : yue-CH",
+};
+
+}  // namespace
+
+const std::vector<std::string> supportedLanguages(kSupportedLanguages.begin(),
+                                                  kSupportedLanguages.end());
+
+Voxa::Voxa() {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: ", "Voxa");
+}
+
+Voxa::~Voxa() {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: ", "~Voxa");
+    mDeathRecipient.set(nullptr);
+}
+
+std::shared_ptr<VoxaSession> Voxa::getSession(int handle) {
+    std::lock_guard<std::mutex> lock(mSessionsLock);
+    auto entry = mSessions.find(handle);
+    if (entry == mSessions.end()) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: client not found for handle %d",
+                            __func__, handle);
+        return nullptr;
+    }
+    return entry->second;
+}
+
+ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
+                                     const std::shared_ptr<IVoxaCallback>& callback,
+                                     int32_t* handle) {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter", __func__);
+
+    // Handles are never reused, not even after a failed load.
+    const int32_t newHandle = mNextHandle.fetch_add(1);
+    *handle = newHandle;
+
+    // A device's binder refuses a null callback before it reaches us; a caller in the same
+    // process can still pass one, and events would then have nowhere to go.
+    if (callback == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: null callback for handle %d", __func__,
+                            newHandle);
+        return Utils::convertToAidlStatus(kStatusInvalid);
+    }
+
+    auto session = std::make_shared<VoxaSession>(newHandle, callback);
+    int status = session->loadModel(model);
+    if (status != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "%s: Failed to load model with handle %d, status %d", __func__,
+                            newHandle, status);
+        return Utils::convertToAidlStatus(status);
+    }
+
+    {
+        std::lock_guard<std::mutex> lock(mSessionsLock);
+        mSessions[newHandle] = session;
+    }
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
+                        newHandle, status);
+    return Utils::convertToAidlStatus(status);
+}
+
+ndk::ScopedAStatus Voxa::releaseSession(int32_t handle) {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
+    std::shared_ptr<VoxaSession> session = getSession(handle);
+    if (session == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: invalid handle %d", __func__, handle);
+        return Utils::convertToAidlStatus(kStatusInvalid);
+    }
+
+    int status = session->close();
+    if (status != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "%s: Failed to unload model with handle %d, status %d", __func__,
+                            handle, status);
+    }
+
+    std::lock_guard<std::mutex> lock(mSessionsLock);
+    mSessions.erase(handle);
+    if (mSessions.empty()) {
+        // The client stays watched while it has sessions. It may never have registered a global
+        // callback; then there is nothing to unlink.
+        std::shared_ptr<IVoxaGlobalCallback> globalCallback = std::atomic_load(&mGlobalCallback);
+        if (globalCallback != nullptr) {
+            ndk::SpAIBinder binder = globalCallback->asBinder();
+            AIBinder_unlinkToDeath(binder.get(), mDeathRecipient.get(), this);
+        }
+    }
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
+                        handle, status);
+    return Utils::convertToAidlStatus(status);
+}
+
+ndk::ScopedAStatus Voxa::startListening(int32_t handle, const VoxaConfig& config) {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
+    std::shared_ptr<VoxaSession> session = getSession(handle);
+    if (session == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: invalid handle %d", __func__, handle);
+        return Utils::convertToAidlStatus(kStatusInvalid);
+    }
+
+    int status = session->start(config);
+    if (status != 0) {
+        // No exit line on this path, unlike stop and setParameter.
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "%s: Failed to start with handle %d, status %d", __func__, handle,
+                            status);
+    } else {
+        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
+                            handle, status);
+    }
+    return Utils::convertToAidlStatus(status);
+}
+
+ndk::ScopedAStatus Voxa::stopListening(int32_t handle) {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
+    std::shared_ptr<VoxaSession> session = getSession(handle);
+    if (session == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: invalid handle %d", __func__, handle);
+        return Utils::convertToAidlStatus(kStatusInvalid);
+    }
+
+    int status = session->stop();
+    if (status != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "%s: Failed to stop recognition model with handle %d, status %d",
+                            __func__, handle, status);
+    }
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
+                        handle, status);
+    return Utils::convertToAidlStatus(status);
+}
+
+ndk::ScopedAStatus Voxa::setParameter(int32_t handle, const VoxaParameter& param) {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
+    std::shared_ptr<VoxaSession> session = getSession(handle);
+    if (session == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: invalid handle %d", __func__, handle);
+        return Utils::convertToAidlStatus(kStatusInvalid);
+    }
+
+    int status = session->setParameter(param);
+    if (status != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "%s: Failed to set param with handle %d, status %d", __func__, handle,
+                            status);
+    }
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
+                        handle, status);
+    return Utils::convertToAidlStatus(status);
+}
+
+ndk::ScopedAStatus Voxa::getSupportedLanguages(int32_t handle,
+                                               std::vector<std::string>* languages) {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
+    languages->insert(languages->end(), supportedLanguages.begin(), supportedLanguages.end());
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
+                        handle, 0);
+    return Utils::convertToAidlStatus(0);
+}
+
+ndk::ScopedAStatus Voxa::registerGlobalCallback(
+        const std::shared_ptr<IVoxaGlobalCallback>& callback) {
+    // See initSession: only a caller in the same process can pass a null callback.
+    if (callback == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: null callback", __func__);
+        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, status %d", __func__,
+                            kStatusInvalid);
+        return Utils::convertToAidlStatus(kStatusInvalid);
+    }
+
+    pal_resources_available_param registration = {&Voxa::onResourcesAvailable,
+                                                  reinterpret_cast<unsigned long>(this)};
+    int status =
+            pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE, &registration, sizeof(registration));
+    if (status != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "%s: failed to set resources available callback, status %d", __func__,
+                            status);
+        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, status %d", __func__, status);
+        return Utils::convertToAidlStatus(status);
+    }
+
+    mDeathRecipient.set(AIBinder_DeathRecipient_new(clientDiedCallback));
+    if (mDeathRecipient.get() == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Unable to create death recepient",
+                            __func__);
+        status = kStatusInvalid;
+    } else {
+        ndk::SpAIBinder binder = callback->asBinder();
+        ndk::ScopedAStatus linkStatus(AStatus_fromStatus(
+                AIBinder_linkToDeath(binder.get(), mDeathRecipient.get(), this)));
+        if (!linkStatus.isOk()) {
+            status = linkStatus.getStatus();
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "%s: link to death notification failed, status %d: %s", __func__,
+                                status, linkStatus.getMessage());
+        }
+    }
+
+    // Kept even when the client could not be watched: resources notifications still reach it.
+    std::atomic_store(&mGlobalCallback, callback);
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, status %d", __func__, status);
+    return Utils::convertToAidlStatus(status);
+}
+
+void Voxa::onResourcesAvailable(unsigned long cookie) {
+    if (cookie != 0) {
+        auto* voxa = reinterpret_cast<Voxa*>(cookie);
+        std::shared_ptr<IVoxaGlobalCallback> callback = std::atomic_load(&voxa->mGlobalCallback);
+        if (callback != nullptr) callback->onResourcesAvailable();
+    }
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit", __func__);
+}
+
+void Voxa::clientDied() {
+    std::lock_guard<std::mutex> lock(mSessionsLock);
+    for (auto& [handle, session] : mSessions) {
+        session->stop();
+        session->close();
+    }
+    mSessions.clear();
+}
+
+void clientDiedCallback(void* cookie) {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Client died %pk", __func__, cookie);
+    if (cookie != nullptr) static_cast<Voxa*>(cookie)->clientDied();
+}
+
+}  // namespace aidl::vendor::orbo::hardware::voxa

@@ -1,0 +1,277 @@
+#define LOG_TAG "Voxa"
+
+#include "VoxaSession.h"
+
+#include <android/log.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "AidlToPalConverter.h"
+#include "PalToAidlConverter.h"
+
+namespace aidl::vendor::orbo::hardware::voxa {
+
+namespace {
+
+constexpr int kStatusInvalid = -22;  // -EINVAL
+
+// The waiting event thread first yields (the lock is usually held for one short PAL call), then
+// sleeps briefly between attempts so that a long hold does not cost it a whole core.
+constexpr int kYieldingAttempts = 100;
+constexpr std::chrono::microseconds kRetryPause{100};
+
+void pauseBeforeRetry(int attempt) {
+    if (attempt < kYieldingAttempts) {
+        std::this_thread::yield();
+    } else {
+        std::this_thread::sleep_for(kRetryPause);
+    }
+}
+
+// A stream parameter as the PAL takes it: the count of data bytes, then the data.
+struct ParameterPayload {
+    uint32_t size;
+    uint8_t data[VoxaSession::kMaxParameterDataSize];
+};
+
+}  // namespace
+
+VoxaSession::VoxaSession(int handle, const std::shared_ptr<IVoxaCallback>& callback)
+    : mHandle(handle), mCallback(callback) {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, handle);
+}
+
+VoxaSession::~VoxaSession() {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, mHandle);
+}
+
+int VoxaSession::openPalStream() {
+    pal_stream_attrs attributes;
+    std::memset(&attributes, 0, sizeof(attributes));
+    attributes.type = PAL_STREAM_ASR;
+    attributes.flags = 0;
+    attributes.direction = PAL_AUDIO_INPUT;
+    attributes.in_media_config.sample_rate = 16000;
+    attributes.in_media_config.bit_width = 16;
+    attributes.in_media_config.format = PCM_S16_LE;
+    attributes.in_media_config.channels.count = 1;
+    attributes.in_media_config.channels.map[0] = 1;
+
+    pal_device device;
+    std::memset(&device, 0, sizeof(device));
+    device.id = PAL_DEVICE_IN_HANDSET_VA_MIC;
+    device.config.sample_rate = 48000;
+    device.config.bit_width = 16;
+    device.config.format = PCM_S16_LE;
+    device.config.channels.count = 2;
+    device.config.channels.map[0] = 1;
+    device.config.channels.map[1] = 2;
+
+    int status = pal_stream_open(&attributes, 1, &device, 0, nullptr, &VoxaSession::palCallback,
+                                 reinterpret_cast<unsigned long>(this), &mStreamHandle);
+    if (status != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: failed to open pal stream, status %d",
+                            __func__, status);
+    }
+    return status;
+}
+
+int VoxaSession::loadModel(const VoxaModel& model) {
+    std::lock_guard<std::mutex> lock(mLock);
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d, model %s", __func__,
+                        mHandle, model.toString().c_str());
+
+    int status = openPalStream();
+    if (status != 0) return status;
+
+    std::vector<uint8_t> payload;
+    AidlToPalConverter::convertModel(model, payload);
+    status = pal_stream_set_param(mStreamHandle, PAL_PARAM_ID_ASR_MODEL,
+                                  reinterpret_cast<pal_param_payload*>(payload.data()));
+    if (status != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: failed to set asr model, status = %d",
+                            __func__, status);
+    } else {
+        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
+                            mHandle, status);
+    }
+    return status;
+}
+
+int VoxaSession::start(const VoxaConfig& config) {
+    std::lock_guard<std::mutex> lock(mLock);
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d, config %s", __func__,
+                        mHandle, config.toString().c_str());
+
+    std::vector<uint8_t> payload;
+    AidlToPalConverter::convertConfig(config, payload);
+    if (payload.empty()) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Failed to parse config, status = %d",
+                            __func__, kStatusInvalid);
+        return kStatusInvalid;
+    }
+
+    int status = pal_stream_set_param(mStreamHandle, PAL_PARAM_ID_ASR_CONFIG,
+                                      reinterpret_cast<pal_param_payload*>(payload.data()));
+    if (status != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: failed to set asr config, status = %d",
+                            __func__, status);
+        return status;
+    }
+
+    status = pal_stream_start(mStreamHandle);
+    if (status != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "%s: failed to start pal stream, status = %d", __func__, status);
+        return status;
+    }
+
+    mState = kListening;
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
+                        mHandle, status);
+    return status;
+}
+
+int VoxaSession::stopL() {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, mHandle);
+    int status = pal_stream_stop(mStreamHandle);
+    if (status != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "%s: error, failed to stop pal stream, status = %d", __func__, status);
+    }
+    mState = kNotListening;
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
+                        mHandle, status);
+    return status;
+}
+
+int VoxaSession::stop() {
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, mHandle);
+    std::lock_guard<std::mutex> lock(mLock);
+    int status = stopL();
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
+                        mHandle, status);
+    return status;
+}
+
+int VoxaSession::setParameter(const VoxaParameter& parameter) {
+    std::lock_guard<std::mutex> lock(mLock);
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d, parameters %s", __func__,
+                        mHandle, parameter.toString().c_str());
+
+    uint32_t paramId;
+    switch (parameter.param) {
+        case ParameterType::FORCE_OUTPUT_EVENT:
+            paramId = PAL_PARAM_ID_ASR_FORCE_OUTPUT;
+            break;
+        case ParameterType::CUSTOM_EXTRAS:
+            paramId = PAL_PARAM_ID_ASR_CUSTOM;
+            break;
+        default:
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Invalid param %d", __func__,
+                                static_cast<int32_t>(parameter.param));
+            return kStatusInvalid;
+    }
+
+    // The PAL sizes these parameters for kMaxParameterDataSize bytes; more would overrun it.
+    if (parameter.data.size() > kMaxParameterDataSize) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "%s: Invalid param data size %zu, at most %zu bytes", __func__,
+                            parameter.data.size(), kMaxParameterDataSize);
+        return kStatusInvalid;
+    }
+
+    ParameterPayload payload = {};
+    payload.size = static_cast<uint32_t>(parameter.data.size());
+    std::copy(parameter.data.begin(), parameter.data.end(), payload.data);
+    int status = pal_stream_set_param(mStreamHandle, paramId,
+                                      reinterpret_cast<pal_param_payload*>(&payload));
+    if (status != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: failed to set asr param, status = %d",
+                            __func__, status);
+    }
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
+                        mHandle, status);
+    return status;
+}
+
+int VoxaSession::close() {
+    std::lock_guard<std::mutex> lock(mLock);
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, mHandle);
+
+    if (mState == kListening) {
+        int stopStatus = stopL();
+        if (stopStatus != 0) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "%s: failed to stop pal stream, status = %d", __func__, stopStatus);
+        }
+    }
+
+    int status = pal_stream_close(mStreamHandle);
+    if (status != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "%s: failed to close pal stream, status = %d", __func__, status);
+    }
+    mStreamHandle = nullptr;
+    mState = kNotListening;
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
+                        mHandle, status);
+    return status;
+}
+
+int32_t VoxaSession::palCallback(unsigned long* streamHandle, unsigned int eventId,
+                                 unsigned int* eventData, unsigned int eventDataSize,
+                                 unsigned long cookie) {
+    if (streamHandle == nullptr || eventData == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                            "%s: error, invalid handle/eventData id %d, size %d", __func__, eventId,
+                            eventDataSize);
+        return kStatusInvalid;
+    }
+    if (cookie == 0) return 0;
+
+    reinterpret_cast<VoxaSession*>(cookie)->onEventCallback(eventData, eventId);
+    return 0;
+}
+
+void VoxaSession::onEventCallback(unsigned int* eventData, unsigned int eventId) {
+    VoxaEvent event;
+
+    // Never block on mLock: wait only while the session listens. A stop or close that holds the
+    // lock clears the state, and the event is then dropped.
+    std::unique_lock<std::mutex> lock(mLock, std::defer_lock);
+    for (int attempt = 0; !lock.try_lock() && mState == kListening; ++attempt) {
+        pauseBeforeRetry(attempt);
+    }
+
+    if (lock.owns_lock() && mState == kListening) {
+        if (eventId == PAL_ASR_EVENT_ID_SPEAKER_DIARIZATION) {
+            SpeakerDiarizationEvent sdzEvent;
+            PalToAidlConverter::convertSdzEvent(reinterpret_cast<pal_sdz_event*>(eventData),
+                                                sdzEvent);
+            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:[%d] send sdz event", __func__,
+                                mHandle);
+            mCallback->onSdzEvent(mHandle, sdzEvent);
+        } else if (eventId == PAL_ASR_EVENT_ID_TIMESTAMP) {
+            PalToAidlConverter::convertAsrTimeStampEvent(
+                    reinterpret_cast<pal_asr_ts_event*>(eventData), event);
+            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:[%d] send asr timestamp event",
+                                __func__, mHandle);
+            mCallback->onAsrEvent(mHandle, event);
+        } else {
+            PalToAidlConverter::convertAsrEvent(reinterpret_cast<pal_asr_event*>(eventData), event);
+            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:[%d] send asr event", __func__,
+                                mHandle);
+            mCallback->onAsrEvent(mHandle, event);
+        }
+    }
+    if (lock.owns_lock()) lock.unlock();
+
+    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d", __func__, mHandle);
+}
+
+}  // namespace aidl::vendor::orbo::hardware::voxa

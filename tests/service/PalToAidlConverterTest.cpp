@@ -1,0 +1,202 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "PalToAidlConverter.h"
+#include "support/Bytes.h"
+
+namespace aidl::vendor::orbo::hardware::voxa {
+namespace {
+
+using ::testing::IsEmpty;
+using voxa_test::Bytes;
+using voxa_test::readAt;
+
+// Payloads are written by offset, as the engine lays them out.
+constexpr size_t kAsrStride = 5140;
+constexpr size_t kTsStride = 14768;
+
+size_t asrItem(size_t i) {
+    return 8 + kAsrStride * i;
+}
+size_t tsItem(size_t i) {
+    return 8 + kTsStride * i;
+}
+
+TEST(ConvertAsrEventTest, EngineFailureWithNoResults) {
+    Bytes payload(8);
+    payload.u32(0, 5).u32(4, 0);
+    VoxaEvent event;
+    PalToAidlConverter::convertAsrEvent(reinterpret_cast<pal_asr_event*>(payload.data()), event);
+    EXPECT_EQ(2, event.status);
+    ASSERT_TRUE(event.events.has_value());
+    EXPECT_THAT(*event.events, IsEmpty());
+    EXPECT_FALSE(event.timestamp_events.has_value());
+}
+
+TEST(ConvertAsrEventTest, ResultsAtFixedStrideWithTrailingDataOnTopOfTheNext) {
+    Bytes payload(asrItem(2) + 16);
+    payload.u32(0, 0).u32(4, 2);
+    payload.u8(asrItem(0), 1).i32(asrItem(0) + 4, -7).text(asrItem(0) + 12, "hello");
+    payload.u32(asrItem(0) + 5136, 4);
+    // Item 1's flag byte and padding are item 0's trailing data.
+    payload.u8(asrItem(1), 1).u8(asrItem(1) + 1, 0xaa).u8(asrItem(1) + 2, 0xbb);
+    payload.u8(asrItem(1) + 3, 0xcc).i32(asrItem(1) + 4, 0x7fffffff);
+    payload.text(asrItem(1) + 12, std::string(1028, 'x'));  // fills its field, no NUL
+    payload.text(asrItem(1) + 1040, "second text");
+    payload.u32(asrItem(1) + 5136, 3).bytes(asrItem(2), {0, 255, 9});
+
+    VoxaEvent event;
+    PalToAidlConverter::convertAsrEvent(reinterpret_cast<pal_asr_event*>(payload.data()), event);
+    EXPECT_EQ(0, event.status);
+    ASSERT_TRUE(event.events.has_value());
+    ASSERT_EQ(2u, event.events->size());
+
+    const VoxaEvent::Event& first = *event.events->at(0);
+    EXPECT_TRUE(first.flag);
+    EXPECT_EQ(-7, first.value);
+    EXPECT_EQ("hello", first.text);
+    EXPECT_EQ("", first.aux_text);
+    EXPECT_EQ((std::vector<uint8_t>{1, 0xaa, 0xbb, 0xcc}), first.data);
+
+    const VoxaEvent::Event& second = *event.events->at(1);
+    EXPECT_EQ(0x7fffffff, second.value);
+    EXPECT_EQ(std::string(1028, 'x'), second.text);
+    EXPECT_EQ("second text", second.aux_text);
+    EXPECT_EQ((std::vector<uint8_t>{0, 255, 9}), second.data);
+}
+
+TEST(ConvertAsrEventTest, ReplacesOnlyItsOwnList) {
+    Bytes payload(8);
+    VoxaEvent event;
+    event.events.emplace(3);
+    event.timestamp_events.emplace(1);
+    PalToAidlConverter::convertAsrEvent(reinterpret_cast<pal_asr_event*>(payload.data()), event);
+    EXPECT_THAT(*event.events, IsEmpty());
+    EXPECT_EQ(1u, event.timestamp_events->size());
+}
+
+// One time-stamped result whose word slots j hold value j, word "w<j>" and times j*10, j*10+5.
+Bytes tsPayload(int32_t wordCount, size_t items = 1) {
+    Bytes payload(tsItem(items));
+    payload.u32(0, 0).u32(4, items);
+    for (size_t i = 0; i < items; ++i) {
+        size_t item = tsItem(i);
+        payload.u8(item, 1).i32(item + 4, 42).text(item + 12, "hello world");
+        payload.i64(item + 1040, -1).i64(item + 1048, INT64_MAX);
+        payload.i32(item + 1056, wordCount).text(item + 10668, "{\"json\":1}");
+        for (int j = 0; j < 200; ++j) {
+            size_t slot = item + 1064 + 48 * j;
+            payload.i32(slot, j).text(slot + 4, "w" + std::to_string(j));
+            payload.i64(slot + 32, j * 10).i64(slot + 40, j * 10 + 5);
+        }
+    }
+    return payload;
+}
+
+VoxaEvent convertTs(Bytes& payload) {
+    VoxaEvent event;
+    PalToAidlConverter::convertAsrTimeStampEvent(
+            reinterpret_cast<pal_asr_ts_event*>(payload.data()), event);
+    return event;
+}
+
+TEST(ConvertAsrTimeStampEventTest, WordCountIsKeptAndBoundsTheWords) {
+    for (int32_t count : {-3, 0, 2, 200, 201}) {
+        SCOPED_TRACE(count);
+        Bytes payload = tsPayload(count);
+        VoxaEvent event = convertTs(payload);
+        EXPECT_EQ(0, event.status);
+        EXPECT_FALSE(event.events.has_value());
+        ASSERT_TRUE(event.timestamp_events.has_value());
+        ASSERT_EQ(1u, event.timestamp_events->size());
+        const VoxaEvent::EventTS& result = *event.timestamp_events->at(0);
+        EXPECT_EQ(count, result.word_count);
+        // A count past the slot array yields the slots there are.
+        ASSERT_EQ(static_cast<size_t>(std::clamp(count, 0, 200)), result.words.size());
+        for (size_t j = 0; j < result.words.size(); ++j) {
+            EXPECT_EQ(static_cast<int32_t>(j), result.words[j].value);
+            EXPECT_EQ("w" + std::to_string(j), result.words[j].word);
+            EXPECT_EQ(static_cast<int64_t>(j * 10), result.words[j].start_ts);
+            EXPECT_EQ(static_cast<int64_t>(j * 10 + 5), result.words[j].end_ts);
+        }
+        EXPECT_TRUE(result.flag);
+        EXPECT_EQ(42, result.value);
+        EXPECT_EQ("hello world", result.text);
+        EXPECT_EQ("{\"json\":1}", result.aux_text);
+        EXPECT_EQ(-1, result.start_ts);
+        EXPECT_EQ(INT64_MAX, result.end_ts);
+        EXPECT_THAT(result.data, IsEmpty());
+    }
+}
+
+TEST(ConvertAsrTimeStampEventTest, TrailingDataIsTheStartOfTheNextResult) {
+    Bytes payload = tsPayload(1, 2);
+    payload.u32(tsItem(0) + 14764, 8);
+    payload.u32(tsItem(1), 0xffffff01);  // flag byte 1 and three padding bytes
+    VoxaEvent event = convertTs(payload);
+    ASSERT_EQ(2u, event.timestamp_events->size());
+    EXPECT_EQ((std::vector<uint8_t>{1, 0xff, 0xff, 0xff, 42, 0, 0, 0}),
+              event.timestamp_events->at(0)->data);
+    EXPECT_THAT(event.timestamp_events->at(1)->data, IsEmpty());
+}
+
+SpeakerDiarizationEvent convertSdz(Bytes& payload, SpeakerDiarizationEvent event = {}) {
+    PalToAidlConverter::convertSdzEvent(reinterpret_cast<pal_sdz_event*>(payload.data()), event);
+    return event;
+}
+
+TEST(ConvertSdzEventTest, NoResultsLeavesTheRecordAsItWas) {
+    Bytes payload(8);
+    SpeakerDiarizationEvent before;
+    before.events.emplace_back().speaker_count = 9;
+    EXPECT_EQ(before, convertSdz(payload, before));
+}
+
+TEST(ConvertSdzEventTest, OneResultWithTwoSpeakers) {
+    Bytes payload(16 + 2 * 144);
+    payload.u32(0, 1).u32(8, 2).u32(12, 7);
+    payload.i32(16, 11).i64(24, 100).i64(32, 200);
+    payload.i32(160, 12).i64(168, 300).i64(176, -400);
+    SpeakerDiarizationEvent event = convertSdz(payload);
+    ASSERT_EQ(1u, event.events.size());
+    EXPECT_EQ(2, event.events[0].speaker_count);
+    EXPECT_TRUE(event.events[0].flag);
+    EXPECT_THAT(event.events[0].data, IsEmpty());
+    ASSERT_EQ(2u, event.events[0].speakers.size());
+    EXPECT_EQ(11, event.events[0].speakers[0].value);
+    EXPECT_EQ(100, event.events[0].speakers[0].start_ts);
+    EXPECT_EQ(200, event.events[0].speakers[0].end_ts);
+    EXPECT_EQ(12, event.events[0].speakers[1].value);
+    EXPECT_EQ(300, event.events[0].speakers[1].start_ts);
+    EXPECT_EQ(-400, event.events[0].speakers[1].end_ts);
+}
+
+TEST(ConvertSdzEventTest, ResultHeadersOverlayThePreviousSpeakerRecords) {
+    Bytes payload(24 + 2 * 144);
+    payload.u32(0, 2).u32(8, 1).u32(12, 0);
+    // Result 0's speaker 0 starts at 16; its first 8 bytes are result 1's header (count 2, flag 0)
+    // and result 1's speakers start at 24 and 168.
+    payload.i32(16, 2).u32(20, 0).i64(24, 5).i64(32, 6);
+    payload.i32(168, 77).i64(176, 8).i64(184, 9);
+    SpeakerDiarizationEvent event = convertSdz(payload);
+
+    ASSERT_EQ(2u, event.events.size());
+    EXPECT_EQ(1, event.events[0].speaker_count);
+    EXPECT_FALSE(event.events[0].flag);
+    ASSERT_EQ(1u, event.events[0].speakers.size());
+    EXPECT_EQ(2, event.events[0].speakers[0].value);
+
+    EXPECT_EQ(2, event.events[1].speaker_count);
+    EXPECT_FALSE(event.events[1].flag);
+    ASSERT_EQ(2u, event.events[1].speakers.size());
+    EXPECT_EQ(5, event.events[1].speakers[0].value);
+    EXPECT_EQ(readAt<int64_t>(payload.vector(), 32), event.events[1].speakers[0].start_ts);
+    EXPECT_EQ(77, event.events[1].speakers[1].value);
+    EXPECT_EQ(8, event.events[1].speakers[1].start_ts);
+    EXPECT_EQ(9, event.events[1].speakers[1].end_ts);
+}
+
+}  // namespace
+}  // namespace aidl::vendor::orbo::hardware::voxa

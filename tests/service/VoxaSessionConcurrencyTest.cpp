@@ -1,0 +1,158 @@
+#include <sys/resource.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "SessionTestSupport.h"
+
+namespace aidl::vendor::orbo::hardware::voxa {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::IsEmpty;
+
+// Holds a PAL function inside its call, so that the session's lock stays taken by the binder
+// thread that called it, until release().
+class PalCallGate {
+  public:
+    explicit PalCallGate(Function function) : mFunction(function) {
+        FakePal::instance().setHook(function, [this] {
+            mEntered.set_value();
+            mRelease.wait();
+        });
+    }
+    ~PalCallGate() { FakePal::instance().setHook(mFunction, nullptr); }
+
+    void waitUntilEntered() { mEntered.get_future().wait(); }
+    void release() { mReleaseSignal.set_value(); }
+
+  private:
+    Function mFunction;
+    std::promise<void> mEntered;
+    std::promise<void> mReleaseSignal;
+    std::shared_future<void> mRelease = mReleaseSignal.get_future().share();
+};
+
+class VoxaSessionConcurrencyTest : public FakePalTest {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(0, mSession->loadModel(testModel()));
+        ASSERT_EQ(0, mSession->start(englishConfig()));
+        mStream = lastStream();
+    }
+
+    std::shared_ptr<RecordingCallback> mClient = ndk::SharedRefBase::make<RecordingCallback>();
+    std::unique_ptr<VoxaSession> mSession = std::make_unique<VoxaSession>(3, mClient);
+    pal_stream_handle* mStream = nullptr;
+};
+
+TEST_F(VoxaSessionConcurrencyTest, EventWaitsForTheLockOfAListeningSession) {
+    PalCallGate gate(Function::StreamSetParam);
+    VoxaParameter force;
+    force.param = ParameterType::FORCE_OUTPUT_EVENT;
+    std::future<int> binderCall =
+            std::async(std::launch::async, [&] { return mSession->setParameter(force); });
+    gate.waitUntilEntered();
+
+    std::future<int32_t> event = pal().raiseEventAsync(mStream, 0, asrPayload("waited"));
+    EXPECT_EQ(std::future_status::timeout, event.wait_for(100ms));
+    EXPECT_THAT(mClient->deliveries(), IsEmpty());
+
+    gate.release();
+    EXPECT_EQ(0, binderCall.get());
+    EXPECT_EQ(0, event.get());
+    ASSERT_EQ(1u, mClient->deliveries().size());
+    EXPECT_EQ("waited", mClient->deliveries()[0].asr->events->at(0)->text);
+}
+
+TEST_F(VoxaSessionConcurrencyTest, EventRaisedWhileStoppingOrClosingIsDropped) {
+    for (bool closing : {false, true}) {
+        SCOPED_TRACE(closing ? "close" : "stop");
+        ASSERT_EQ(0, mSession->start(englishConfig()));
+        PalCallGate gate(Function::StreamStop);
+        std::future<int> binderCall = std::async(
+                std::launch::async, [&] { return closing ? mSession->close() : mSession->stop(); });
+        gate.waitUntilEntered();
+
+        std::future<int32_t> event = pal().raiseEventAsync(mStream, 0, asrPayload("late"));
+        EXPECT_EQ(std::future_status::timeout, event.wait_for(50ms));
+        gate.release();
+        EXPECT_EQ(0, binderCall.get());
+        EXPECT_EQ(0, event.get());
+        EXPECT_THAT(mClient->deliveries(), IsEmpty());
+    }
+}
+
+TEST_F(VoxaSessionConcurrencyTest, DeliveriesOfOneSessionNeverOverlapAndKeepTheirOrder) {
+    std::atomic<int> inFlight{0};
+    std::atomic<int> overlaps{0};
+    mClient->onCall([&] {
+        if (inFlight.fetch_add(1) != 0) overlaps++;
+        std::this_thread::sleep_for(100us);
+        inFlight.fetch_sub(1);
+    });
+
+    // The fake's event thread reports in order while a second PAL thread reports concurrently.
+    constexpr int kEvents = 40;
+    std::vector<std::future<int32_t>> ordered;
+    for (int i = 0; i < kEvents; ++i) {
+        ordered.push_back(pal().raiseEventAsync(mStream, 0, asrPayload(std::to_string(i))));
+    }
+    std::thread secondPalThread([&] {
+        std::vector<uint8_t> payload = asrPayload("other");
+        for (int i = 0; i < kEvents; ++i) {
+            VoxaSession::palCallback(mStream, 0, reinterpret_cast<unsigned int*>(payload.data()),
+                                     payload.size(),
+                                     reinterpret_cast<unsigned long>(mSession.get()));
+        }
+    });
+    for (auto& event : ordered) EXPECT_EQ(0, event.get());
+    secondPalThread.join();
+
+    EXPECT_EQ(0, overlaps.load());
+    int next = 0;
+    for (const auto& delivery : mClient->deliveries()) {
+        const std::string& text = delivery.asr->events->at(0)->text;
+        if (text != "other") {
+            EXPECT_EQ(std::to_string(next++), text);
+        }
+    }
+    EXPECT_EQ(kEvents, next);
+    EXPECT_EQ(2u * kEvents, mClient->deliveries().size());
+}
+
+double processCpuSeconds() {
+    rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    auto seconds = [](const timeval& t) { return t.tv_sec + t.tv_usec / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+TEST_F(VoxaSessionConcurrencyTest, WaitingEventThreadLeavesTheCpuMostlyIdle) {
+    PalCallGate gate(Function::StreamSetParam);
+    VoxaParameter force;
+    force.param = ParameterType::FORCE_OUTPUT_EVENT;
+    std::future<int> binderCall =
+            std::async(std::launch::async, [&] { return mSession->setParameter(force); });
+    gate.waitUntilEntered();
+
+    // Everything else sleeps: the process's CPU time is the waiting event thread's.
+    std::future<int32_t> event = pal().raiseEventAsync(mStream, 0, asrPayload("waited"));
+    auto wallStart = std::chrono::steady_clock::now();
+    double cpuStart = processCpuSeconds();
+    std::this_thread::sleep_for(500ms);
+    double cpu = processCpuSeconds() - cpuStart;
+    double wall =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count();
+
+    gate.release();
+    EXPECT_EQ(0, binderCall.get());
+    EXPECT_EQ(0, event.get());
+    EXPECT_EQ(1u, mClient->deliveries().size());
+    EXPECT_LT(cpu, wall / 2) << "cpu " << cpu << " s over " << wall << " s of waiting";
+}
+
+}  // namespace
+}  // namespace aidl::vendor::orbo::hardware::voxa

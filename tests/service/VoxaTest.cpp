@@ -1,0 +1,349 @@
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <set>
+
+#include "ServiceTestSupport.h"
+
+namespace aidl::vendor::orbo::hardware::voxa {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+std::string pointerText(unsigned long address) {
+    char text[32];
+    snprintf(text, sizeof(text), "%p", reinterpret_cast<void*>(address));
+    return text;
+}
+
+TEST(RegisterServiceTest, PublishesTheServiceUnderItsInstanceName) {
+    FakePal::instance().reset();
+    binder_host::clearServices();
+    LogCapture log;
+    EXPECT_EQ(0, registerService());
+    EXPECT_THAT(log.lines(), ElementsAre(Info("Register ASR Service"), Info("Voxa: ")));
+
+    std::shared_ptr<IVoxa> voxa =
+            IVoxa::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+    ASSERT_NE(nullptr, voxa);
+    int32_t version = 0;
+    EXPECT_TRUE(voxa->getInterfaceVersion(&version).isOk());
+    EXPECT_EQ(3, version);
+    voxa.reset();
+
+    log.clear();
+    binder_host::clearServices();  // the manager held the last reference
+    EXPECT_THAT(log.lines(), ElementsAre(Info("~Voxa: ")));
+}
+
+TEST(RegisterServiceTest, RefusedRegistrationReturnsTheManagersStatus) {
+    binder_host::clearServices();
+    LogCapture log;
+    binder_host::failNextAddService(STATUS_ALREADY_EXISTS);
+    EXPECT_EQ(STATUS_ALREADY_EXISTS, registerService());
+    EXPECT_THAT(log.lines(),
+                ElementsAre(Info("Register ASR Service"), Info("Voxa: "),
+                            voxa_test::Warn("Could not register " + std::string(kInstance) +
+                                            ", status=" + std::to_string(STATUS_ALREADY_EXISTS)),
+                            Info("~Voxa: ")));
+    EXPECT_EQ(nullptr, AServiceManager_checkService(kInstance));
+}
+
+class VoxaTest : public ServiceTest {};
+
+TEST_F(VoxaTest, HandlesCountUpFromZeroAndAreNeverReused) {
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    EXPECT_EQ(0, openSession(client));
+
+    pal().queueResults(Function::StreamSetParam, {-16});
+    int32_t failed = -100;
+    ndk::ScopedAStatus status = mVoxa->initSession(testModel(), client, &failed);
+    EXPECT_EQ(-2, serviceError(status));
+    EXPECT_STREQ("RESOURCE_CONTENTION", status.getMessage());
+    EXPECT_EQ(1, failed);
+    // The failed session is dropped after the failure is logged.
+    std::vector<voxa_test::LogLine> lines = mLog.lines();
+    EXPECT_EQ(Error("initSession: Failed to load model with handle 1, status -16"),
+              lines[lines.size() - 2]);
+    EXPECT_EQ(Info("~VoxaSession: Enter, handle 1"), lines.back());
+
+    EXPECT_EQ(2, openSession(client));
+    EXPECT_TRUE(mVoxa->releaseSession(2).isOk());
+    EXPECT_EQ(3, openSession(client));
+    EXPECT_EQ(-1, serviceError(mVoxa->startListening(1, englishConfig())));
+}
+
+TEST_F(VoxaTest, UnknownHandlesAreInvalid) {
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    int32_t released = openSession(client);
+    ASSERT_TRUE(mVoxa->releaseSession(released).isOk());
+    pal().clearCalls();
+    mLog.clear();
+
+    VoxaParameter param;
+    param.param = ParameterType::FORCE_OUTPUT_EVENT;
+    const std::vector<std::pair<std::string, std::function<ndk::ScopedAStatus(int32_t)>>> calls = {
+            {"releaseSession", [&](int32_t h) { return mVoxa->releaseSession(h); }},
+            {"startListening",
+             [&](int32_t h) { return mVoxa->startListening(h, englishConfig()); }},
+            {"stopListening", [&](int32_t h) { return mVoxa->stopListening(h); }},
+            {"setParameter", [&](int32_t h) { return mVoxa->setParameter(h, param); }},
+    };
+    for (const auto& [name, call] : calls) {
+        for (int32_t handle : {released, 42, -1}) {
+            SCOPED_TRACE(name + " " + std::to_string(handle));
+            mLog.clear();
+            ndk::ScopedAStatus status = call(handle);
+            EXPECT_EQ(-1, serviceError(status));
+            EXPECT_STREQ("INVALID", status.getMessage());
+            const std::string h = std::to_string(handle);
+            EXPECT_THAT(mLog.lines(),
+                        ElementsAre(Info(name + ": Enter handle " + h),
+                                    Error("getSession: client not found for handle " + h),
+                                    Error(name + ": invalid handle " + h)));
+        }
+    }
+    EXPECT_THAT(pal().calls(), IsEmpty());
+}
+
+TEST_F(VoxaTest, EntryAndExitLinesOfEachOperation) {
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    mLog.clear();
+    int32_t handle = openSession(client);
+    EXPECT_EQ(Info("initSession: Enter"), mLog.lines().front());
+    EXPECT_EQ(Info("initSession: Exit handle 0, status 0"), mLog.lines().back());
+
+    pal().queueResults(Function::StreamStart, {-5});
+    mLog.clear();
+    EXPECT_EQ(-4, serviceError(mVoxa->startListening(handle, englishConfig())));
+    EXPECT_EQ(Info("startListening: Enter handle 0"), mLog.lines().front());
+    // A failed start leaves no exit line.
+    EXPECT_EQ(Error("startListening: Failed to start with handle 0, status -5"),
+              mLog.lines().back());
+
+    mLog.clear();
+    EXPECT_TRUE(mVoxa->startListening(handle, englishConfig()).isOk());
+    EXPECT_EQ(Info("startListening: Exit handle 0, status 0"), mLog.lines().back());
+
+    pal().queueResults(Function::StreamStop, {-38});
+    mLog.clear();
+    EXPECT_EQ(-3, serviceError(mVoxa->stopListening(handle)));
+    std::vector<voxa_test::LogLine> lines = mLog.lines();
+    ASSERT_GE(lines.size(), 3u);
+    EXPECT_EQ(Error("stopListening: Failed to stop recognition model with handle 0, status -38"),
+              lines[lines.size() - 2]);
+    EXPECT_EQ(Info("stopListening: Exit handle 0, status -38"), lines.back());
+
+    VoxaParameter invalid;
+    invalid.param = ParameterType::INVALID;
+    mLog.clear();
+    EXPECT_EQ(-1, serviceError(mVoxa->setParameter(handle, invalid)));
+    lines = mLog.lines();
+    EXPECT_EQ(Error("setParameter: Failed to set param with handle 0, status -22"),
+              lines[lines.size() - 2]);
+    EXPECT_EQ(Info("setParameter: Exit handle 0, status -22"), lines.back());
+}
+
+TEST_F(VoxaTest, ReleaseRemovesTheSessionEvenWhenCloseFails) {
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    int32_t handle = openSession(client);
+    pal().queueResults(Function::StreamClose, {-5});
+    mLog.clear();
+    EXPECT_EQ(-4, serviceError(mVoxa->releaseSession(handle)));
+    std::vector<voxa_test::LogLine> lines = mLog.lines();
+    EXPECT_EQ(Error("releaseSession: Failed to unload model with handle 0, status -5"),
+              lines[lines.size() - 3]);
+    EXPECT_EQ(Info("releaseSession: Exit handle 0, status -5"), lines[lines.size() - 2]);
+    EXPECT_EQ(Info("~VoxaSession: Enter, handle 0"), lines.back());
+    EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(handle)));
+}
+
+TEST_F(VoxaTest, SupportedLanguagesAreAppendedForAnyHandle) {
+    std::vector<std::string> languages = {"kept"};
+    EXPECT_TRUE(mVoxa->getSupportedLanguages(-7, &languages).isOk());
+    EXPECT_TRUE(mVoxa->getSupportedLanguages(12345, &languages).isOk());
+    ASSERT_EQ(201u, languages.size());
+    EXPECT_EQ("kept", languages[0]);
+    EXPECT_EQ("english : en-US", languages[1]);
+    EXPECT_EQ("cantonese : yue-CH", languages[100]);
+    EXPECT_EQ("english : en-US", languages[101]);
+    EXPECT_THAT(mLog.lines(),
+                ElementsAre(Info("getSupportedLanguages: Enter handle -7"),
+                            Info("getSupportedLanguages: Exit handle -7, status 0"),
+                            Info("getSupportedLanguages: Enter handle 12345"),
+                            Info("getSupportedLanguages: Exit handle 12345, status 0")));
+}
+
+TEST_F(VoxaTest, GlobalCallbackRegistration) {
+    auto first = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(first).isOk());
+    std::vector<fake_pal::Call> calls = pal().calls(Function::SetParam);
+    ASSERT_EQ(1u, calls.size());
+    EXPECT_EQ(75u, calls[0].paramId);
+    void (*function)(unsigned long) = &Voxa::onResourcesAvailable;
+    EXPECT_EQ(16u, calls[0].payload.size());
+    EXPECT_EQ(0, std::memcmp(calls[0].payload.data(), &function, 8));
+    EXPECT_EQ(serviceAddress(), voxa_test::readAt<unsigned long>(calls[0].payload, 8));
+    EXPECT_EQ(1u, binder_host::deathLinkCount(first->asBinder().get()));
+    EXPECT_THAT(mLog.lines(), ElementsAre(Info("registerGlobalCallback: Exit, status 0")));
+
+    EXPECT_TRUE(pal().notifyResourcesAvailable());
+    EXPECT_EQ(1, first->count());
+    EXPECT_EQ(FakePal::instance().eventThread(), first->threads().at(0));
+
+    // A refused PAL registration keeps the callback there was.
+    auto refused = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    pal().queueResults(Function::SetParam, {-38});
+    mLog.clear();
+    EXPECT_EQ(-3, serviceError(mVoxa->registerGlobalCallback(refused)));
+    EXPECT_THAT(mLog.lines(),
+                ElementsAre(Error("registerGlobalCallback: failed to set resources available "
+                                  "callback, status -38"),
+                            Info("registerGlobalCallback: Exit, status -38")));
+    EXPECT_EQ(0u, binder_host::deathLinkCount(refused->asBinder().get()));
+    EXPECT_TRUE(pal().notifyResourcesAvailable());
+    EXPECT_EQ(2, first->count());
+    EXPECT_EQ(0, refused->count());
+
+    // A second registration replaces callback and recipient; the first recipient is deleted.
+    auto second = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(second).isOk());
+    EXPECT_EQ(0u, binder_host::deathLinkCount(first->asBinder().get()));
+    EXPECT_EQ(1u, binder_host::deathLinkCount(second->asBinder().get()));
+    EXPECT_TRUE(pal().notifyResourcesAvailable());
+    EXPECT_EQ(2, first->count());
+    EXPECT_EQ(1, second->count());
+}
+
+TEST_F(VoxaTest, GlobalCallbackIsKeptWhenTheClientCannotBeWatched) {
+    auto callback = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    binder_host::failNextDeathRecipientNew();
+    EXPECT_EQ(-1, serviceError(mVoxa->registerGlobalCallback(callback)));
+    EXPECT_THAT(mLog.lines(),
+                ElementsAre(Error("registerGlobalCallback: Unable to create death recepient"),
+                            Info("registerGlobalCallback: Exit, status -22")));
+    EXPECT_TRUE(pal().notifyResourcesAvailable());
+    EXPECT_EQ(1, callback->count());
+
+    binder_host::failNextLinkToDeath(STATUS_DEAD_OBJECT);
+    mLog.clear();
+    EXPECT_EQ(-4, serviceError(mVoxa->registerGlobalCallback(callback)));
+    ndk::ScopedAStatus expected(AStatus_fromStatus(STATUS_DEAD_OBJECT));
+    EXPECT_THAT(
+            mLog.lines(),
+            ElementsAre(Error("registerGlobalCallback: link to death notification failed, "
+                              "status " +
+                              std::to_string(STATUS_DEAD_OBJECT) + ": " + expected.getMessage()),
+                        Info("registerGlobalCallback: Exit, status " +
+                             std::to_string(STATUS_DEAD_OBJECT))));
+    EXPECT_EQ(0u, binder_host::deathLinkCount(callback->asBinder().get()));
+    EXPECT_TRUE(pal().notifyResourcesAvailable());
+    EXPECT_EQ(2, callback->count());
+}
+
+TEST_F(VoxaTest, ReleasingTheLastSessionStopsWatchingTheClient) {
+    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    int32_t a = openSession(client);
+    int32_t b = openSession(client);
+    ASSERT_TRUE(mVoxa->releaseSession(a).isOk());
+    EXPECT_EQ(1u, binder_host::deathLinkCount(global->asBinder().get()));
+    ASSERT_TRUE(mVoxa->releaseSession(b).isOk());
+    EXPECT_EQ(0u, binder_host::deathLinkCount(global->asBinder().get()));
+}
+
+TEST_F(VoxaTest, WithoutAGlobalCallbackReleaseAndResourcesStillWork) {
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    EXPECT_TRUE(mVoxa->releaseSession(openSession(client)).isOk());
+
+    // The PAL may report resources with the service's cookie before any callback is stored.
+    mLog.clear();
+    Voxa::onResourcesAvailable(serviceAddress());
+    Voxa::onResourcesAvailable(0);
+    EXPECT_THAT(mLog.lines(), ElementsAre(Info("onResourcesAvailable: Exit"),
+                                          Info("onResourcesAvailable: Exit")));
+}
+
+TEST_F(VoxaTest, NullCallbacksAreRefused) {
+    int32_t handle = -100;
+    EXPECT_EQ(-1, serviceError(mVoxa->initSession(testModel(), nullptr, &handle)));
+    EXPECT_EQ(0, handle);
+    EXPECT_THAT(mLog.lines(), ElementsAre(Info("initSession: Enter"),
+                                          Error("initSession: null callback for handle 0")));
+    mLog.clear();
+    EXPECT_EQ(-1, serviceError(mVoxa->registerGlobalCallback(nullptr)));
+    EXPECT_THAT(mLog.lines(), ElementsAre(Error("registerGlobalCallback: null callback"),
+                                          Info("registerGlobalCallback: Exit, status -22")));
+    EXPECT_THAT(pal().calls(), IsEmpty());
+}
+
+TEST_F(VoxaTest, ClientFlowFromRegistrationToDeath) {
+    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
+    auto clientA = ndk::SharedRefBase::make<RecordingCallback>();
+    auto clientB = ndk::SharedRefBase::make<RecordingCallback>();
+    int32_t a = openSession(clientA);
+    pal_stream_handle* streamA = lastStream();
+    int32_t b = openSession(clientB);
+    pal_stream_handle* streamB = lastStream();
+    ASSERT_TRUE(mVoxa->startListening(a, englishConfig()).isOk());
+    ASSERT_TRUE(mVoxa->startListening(b, englishConfig()).isOk());
+
+    EXPECT_EQ(0, pal().raiseEvent(streamA, 0, asrPayload("to a")));
+    EXPECT_EQ(0, pal().raiseEvent(streamB, 1, timestampPayload("to-b")));
+    EXPECT_EQ(0, pal().raiseEvent(streamB, 2, sdzPayload(4)));
+    ASSERT_EQ(1u, clientA->deliveries().size());
+    EXPECT_EQ(a, clientA->deliveries()[0].handle);
+    EXPECT_EQ("to a", clientA->deliveries()[0].asr->events->at(0)->text);
+    ASSERT_EQ(2u, clientB->deliveries().size());
+    EXPECT_EQ(b, clientB->deliveries()[0].handle);
+    EXPECT_EQ("to-b", clientB->deliveries()[0].asr->timestamp_events->at(0)->text);
+    EXPECT_EQ(b, clientB->deliveries()[1].handle);
+    EXPECT_EQ(4, clientB->deliveries()[1].sdz->events.at(0).speakers.at(0).value);
+
+    VoxaParameter force;
+    force.param = ParameterType::FORCE_OUTPUT_EVENT;
+    EXPECT_TRUE(mVoxa->setParameter(a, force).isOk());
+    EXPECT_TRUE(mVoxa->stopListening(a).isOk());
+    EXPECT_TRUE(mVoxa->releaseSession(a).isOk());
+    EXPECT_TRUE(mVoxa->releaseSession(b).isOk());
+    EXPECT_THAT(pal().openStreams(), IsEmpty());
+
+    // The client dies with three sessions open: each is stopped, then closed.
+    std::vector<pal_stream_handle*> streams;
+    for (int i = 0; i < 3; ++i) {
+        openSession(clientA);
+        streams.push_back(lastStream());
+    }
+    ASSERT_TRUE(mVoxa->startListening(2, englishConfig()).isOk());
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());  // watched again
+    pal().clearCalls();
+    mLog.clear();
+    binder_host::killProcessOf(global->asBinder().get());
+
+    std::vector<fake_pal::Call> calls = pal().calls();
+    ASSERT_EQ(6u, calls.size());
+    std::set<pal_stream_handle*> closed;
+    for (size_t i = 0; i < calls.size(); i += 2) {
+        EXPECT_EQ(Function::StreamStop, calls[i].function);
+        EXPECT_EQ(Function::StreamClose, calls[i + 1].function);
+        EXPECT_EQ(calls[i].stream, calls[i + 1].stream);
+        closed.insert(calls[i].stream);
+    }
+    EXPECT_EQ(std::set<pal_stream_handle*>(streams.begin(), streams.end()), closed);
+    EXPECT_EQ(-1, serviceError(mVoxa->stopListening(3)));
+    EXPECT_EQ(5, openSession(clientA));  // numbering goes on
+    EXPECT_THAT(mLog.lines(), ::testing::Contains(Info("clientDiedCallback: Client died " +
+                                                       pointerText(serviceAddress()) + "k")));
+}
+
+TEST(ClientDiedCallbackTest, NullCookieOnlyLogs) {
+    LogCapture log;
+    clientDiedCallback(nullptr);
+    EXPECT_THAT(log.lines(), ElementsAre(Info("clientDiedCallback: Client died (nil)k")));
+}
+
+}  // namespace
+}  // namespace aidl::vendor::orbo::hardware::voxa
