@@ -1,0 +1,55 @@
+// The payloads that the engine raises through the stream callback, laid out as pal_types.h
+// declares them: partial hypotheses and final results as pal_asr_event (id 0), final results with
+// word times as pal_asr_ts_event (PAL_ASR_EVENT_ID_TIMESTAMP). Each carries one result whose
+// aux_text repeats it as JSON.
+#ifndef PAL_ENGINE_EVENT_PAYLOAD_H
+#define PAL_ENGINE_EVENT_PAYLOAD_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Recogniser.h"
+
+namespace pal_engine {
+
+// Event id of plain results.
+constexpr uint32_t kPlainEventId = 0;
+
+// Why a final result was raised.
+enum class Ending {
+    Silence,  // the configured silence followed speech
+    Forced,   // PAL_PARAM_ID_ASR_FORCE_OUTPUT
+    TimeOut,  // no speech within the configured time-out
+    EndOfAudio,
+};
+
+const char* toString(Ending ending);
+
+struct Event {
+    uint32_t id = kPlainEventId;
+    uint32_t size = 0;              // bytes of payload
+    std::vector<uint64_t> storage;  // the payload, aligned for its 64-bit fields
+    unsigned int* data() { return reinterpret_cast<unsigned int*>(storage.data()); }
+    const uint8_t* bytes() const { return reinterpret_cast<const uint8_t*>(storage.data()); }
+};
+
+// A partial hypothesis: flag 0, value 0.
+Event makePartialEvent(const std::string& hypothesis);
+
+// A final result: with `timestamps` a time-stamped event with flag 1, one word slot per word
+// (at most PAL_ASR_MAX_WORDS) and times in milliseconds; otherwise a plain event with flag 1.
+// `value` is the result's confidence, 0 to 100.
+Event makeFinalEvent(const Result& result, Ending ending, bool timestamps);
+
+// The JSON form of a final result, at most `limit` bytes: words that do not fit are left out
+// and "words_truncated" says so.
+std::string finalJson(const Result& result, Ending ending, size_t limit);
+
+// Copies `text` into a field of `size` bytes, NUL-terminated, cut short on a character boundary
+// of UTF-8 when it does not fit.
+void copyText(char* field, size_t size, const std::string& text);
+
+}  // namespace pal_engine
+
+#endif  // PAL_ENGINE_EVENT_PAYLOAD_H
