@@ -20,8 +20,7 @@ deps:
 demo: deps
 	cmake -S . -B $(BUILD_DIR)/release $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVOXA_BUILD_TESTS=OFF
 	cmake --build $(BUILD_DIR)/release --target voxa libvoxa
-	$(BUILD_DIR)/release/tools/voxa --version
-	$(BUILD_DIR)/release/tools/voxa --help
+	$(BUILD_DIR)/release/tools/voxa transcribe --timestamps
 
 test: deps test-asan test-tsan
 
@@ -37,7 +36,6 @@ test-asan:
 # The concurrency tests again, under ThreadSanitizer.
 test-tsan:
 	cmake -S . -B $(BUILD_DIR)/tsan $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DVOXA_CONCURRENCY_TESTS_ONLY=ON \
-	    -DVOXA_BUILD_ENGINE=OFF \
 	    -DCMAKE_C_FLAGS="$(SANITIZE_TSAN)" -DCMAKE_CXX_FLAGS="$(SANITIZE_TSAN)" \
 	    -DCMAKE_EXE_LINKER_FLAGS="$(SANITIZE_TSAN)" -DCMAKE_SHARED_LINKER_FLAGS="$(SANITIZE_TSAN)" \
 	    -DCMAKE_MODULE_LINKER_FLAGS="$(SANITIZE_TSAN)"
@@ -48,7 +46,7 @@ bench: deps
 	cmake -S . -B $(BUILD_DIR)/bench $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DVOXA_BUILD_TESTS=OFF \
 	    -DVOXA_BUILD_BENCH=ON
 	cmake --build $(BUILD_DIR)/bench
-	set -e; for b in $(BUILD_DIR)/bench/bench/bench_*; do echo "== $$b"; $$b; done
+	set -e; for b in $$(find $(BUILD_DIR)/bench/bench -type f -executable -name "bench_*" | sort); do echo "== $$b"; $$b; done
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

@@ -1,0 +1,289 @@
+// The whole stack in one process, as the voxa program runs it: libvoxa.so loaded and registered,
+// IVoxa taken from the service manager, the recogniser-backed PAL engine underneath.
+#include <aidl/vendor/orbo/hardware/voxa/IVoxa.h>
+#include <android/log.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pal/pal_engine.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <sstream>
+#include <thread>
+
+#include "Cli.h"
+#include "Formatters.h"
+#include "ReferenceRecogniser.h"
+#include "ServiceLoader.h"
+#include "Transcriber.h"
+#include "support/RecordingCallback.h"
+
+namespace voxa_test {
+namespace {
+
+using aidl::vendor::orbo::hardware::voxa::IVoxa;
+using aidl::vendor::orbo::hardware::voxa::ParameterType;
+using aidl::vendor::orbo::hardware::voxa::SpeakerDiarizationEvent;
+using aidl::vendor::orbo::hardware::voxa::TranscriptionMode;
+using aidl::vendor::orbo::hardware::voxa::VoxaConfig;
+using aidl::vendor::orbo::hardware::voxa::VoxaEvent;
+using aidl::vendor::orbo::hardware::voxa::VoxaModel;
+using aidl::vendor::orbo::hardware::voxa::VoxaParameter;
+using std::chrono::milliseconds;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+const std::string kRecordings[] = {
+        "sense_and_sensibility_01_austen_64kb-0870", "sense_and_sensibility_01_austen_64kb-0880",
+        "sense_and_sensibility_01_austen_64kb-0890", "sense_and_sensibility_01_austen_64kb-0920",
+        "sense_and_sensibility_01_austen_64kb-0930"};
+// "and mister john dashwood had then leisure to consider how much ...", 7.1 s.
+const std::string kLongRecording = kLibriVox + kRecordings[0] + ".wav";
+
+// Keeps what the program's formatter is given, by file.
+class CapturingFormatter : public voxa_tool::Formatter {
+  public:
+    void beginFile(const std::string& file, size_t, size_t) override { mFile = file; }
+    void asrEvent(int32_t, const VoxaEvent& event) override { events[mFile].push_back(event); }
+    void sdzEvent(int32_t, const SpeakerDiarizationEvent&) override {
+        ADD_FAILURE() << "no diarization was asked for";
+    }
+
+    std::map<std::string, std::vector<VoxaEvent>> events;
+
+  private:
+    std::string mFile;
+};
+
+bool isFinal(const RecordingCallback::Delivery& delivery) {
+    const VoxaEvent& event = *delivery.asr;
+    if (event.timestamp_events) return (*event.timestamp_events)[0]->flag;
+    return event.events && !event.events->empty() && (*event.events)[0]->flag;
+}
+
+class EndToEndTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
+        ASSERT_EQ("", voxa_tool::loadService(VOXA_LIBRARY, &sService));
+        sGlobal = ndk::SharedRefBase::make<CountingGlobalCallback>();
+        ASSERT_TRUE(sService->registerGlobalCallback(sGlobal).isOk());
+    }
+
+    void TearDown() override { pal_engine::clearSource(); }
+
+    static ndk::ScopedAStatus initSession(const std::shared_ptr<RecordingCallback>& callback,
+                                          int32_t* handle) {
+        VoxaModel model;
+        int fd = open(VOXA_ENGINE_MODEL, O_RDONLY | O_CLOEXEC);
+        struct stat info;
+        fstat(fd, &info);
+        model.vendorUuid = pal_engine::kEngineUuid;
+        model.data = ndk::ScopedFileDescriptor(fd);
+        model.dataSize = static_cast<int32_t>(info.st_size);
+        return sService->initSession(model, callback, handle);
+    }
+
+    static VoxaConfig config(TranscriptionMode mode) {
+        VoxaConfig config;
+        config.input_lang_code = "en-US";
+        config.output_lang_code = "en-US";
+        config.mode = mode;
+        return config;
+    }
+
+    // Opens a session and starts it on the long recording at a microphone's pace.
+    void startRealTime(TranscriptionMode mode) {
+        mCallback = ndk::SharedRefBase::make<RecordingCallback>();
+        ASSERT_TRUE(initSession(mCallback, &mHandle).isOk());
+        ASSERT_EQ(0, pal_engine::setFileSource({kLongRecording}, pal_engine::Pace::RealTime));
+        ASSERT_TRUE(sService->startListening(mHandle, config(mode)).isOk());
+        ASSERT_TRUE(mCallback->waitForDeliveries(1));
+    }
+
+    static std::shared_ptr<IVoxa> sService;
+    static std::shared_ptr<CountingGlobalCallback> sGlobal;
+    std::shared_ptr<RecordingCallback> mCallback;
+    int32_t mHandle = -1;
+};
+
+std::shared_ptr<IVoxa> EndToEndTest::sService;
+std::shared_ptr<CountingGlobalCallback> EndToEndTest::sGlobal;
+
+TEST_F(EndToEndTest, LibriVoxRecordingsMatchTheRecogniserAloneWithWordTimesInsideTheAudio) {
+    std::map<std::string, std::vector<std::string>> transcription = libriVoxTranscription();
+    ASSERT_EQ(5u, transcription.size());
+    voxa_tool::Options options;
+    std::vector<std::string> args = {"transcribe", "--timestamps"};
+    for (const std::string& name : kRecordings) args.push_back(kLibriVox + name + ".wav");
+    ASSERT_EQ("", voxa_tool::parseOptions(args, &options));
+    CapturingFormatter formatter;
+    voxa_tool::Progress progress(std::cerr, false);
+    voxa_tool::Transcriber transcriber(sService, &formatter, &progress);
+    voxa_tool::Outcome outcome = transcriber.run(options);
+    ASSERT_TRUE(outcome.ok()) << outcome.message;
+
+    std::vector<std::string> allReference, allStack, allDirect;
+    for (const std::string& name : kRecordings) {
+        SCOPED_TRACE(name);
+        const std::string path = kLibriVox + name + ".wav";
+        int64_t durationMs = 0;
+        ASSERT_EQ("", voxa_tool::probeSoundFile(path, &durationMs));
+        std::vector<std::string> words;
+        int64_t previousEnd = 0;
+        for (const VoxaEvent& event : formatter.events[path]) {
+            ASSERT_EQ(0, event.status);
+            ASSERT_FALSE(event.events.has_value());
+            ASSERT_EQ(1u, event.timestamp_events->size());
+            const VoxaEvent::EventTS& result = *(*event.timestamp_events)[0];
+            EXPECT_TRUE(result.flag);
+            ASSERT_EQ(static_cast<size_t>(result.word_count), result.words.size());
+            ASSERT_FALSE(result.words.empty());
+            EXPECT_EQ(result.words.front().start_ts, result.start_ts);
+            EXPECT_EQ(result.words.back().end_ts, result.end_ts);
+            for (const VoxaEvent::Word& word : result.words) {
+                EXPECT_GE(word.start_ts, previousEnd) << word.word;
+                EXPECT_LT(word.start_ts, word.end_ts) << word.word;
+                previousEnd = word.end_ts;
+                words.push_back(word.word);
+            }
+            EXPECT_EQ(result.text, [&] {
+                std::string joined;
+                for (const VoxaEvent::Word& word : result.words) {
+                    joined += (joined.empty() ? "" : " ") + word.word;
+                }
+                return joined;
+            }());
+        }
+        EXPECT_LE(previousEnd, durationMs);
+
+        std::vector<std::string> direct;
+        ASSERT_TRUE(recogniseDirectly(VOXA_ENGINE_MODEL, path, &direct));
+        const std::vector<std::string>& reference = transcription[name];
+        EXPECT_EQ(direct, words);
+        EXPECT_DOUBLE_EQ(wordErrorRate(reference, direct), wordErrorRate(reference, words));
+        allReference.insert(allReference.end(), reference.begin(), reference.end());
+        allStack.insert(allStack.end(), words.begin(), words.end());
+        allDirect.insert(allDirect.end(), direct.begin(), direct.end());
+    }
+    const double stackRate = wordErrorRate(allReference, allStack);
+    EXPECT_DOUBLE_EQ(wordErrorRate(allReference, allDirect), stackRate);
+    EXPECT_LT(stackRate, 0.5) << "the recogniser hears the recordings";
+    RecordProperty("word_error_rate_percent", std::to_string(stackRate * 100));
+    std::cout << "word error rate over the five recordings: " << stackRate * 100 << "%\n";
+}
+
+TEST_F(EndToEndTest, ProgressBarOnATerminalMakesWayForEachResult) {
+    std::ostringstream out, err;
+    ASSERT_EQ(voxa_tool::kExitOk,
+              voxa_tool::runVoxa({"transcribe", kLongRecording}, out, err, true));
+    EXPECT_THAT(out.str(), StartsWith("and m"));
+    const std::string erase = "\r\033[K";
+    EXPECT_THAT(err.str(), StartsWith("\r[" + std::string(30, '.') + "]   0%  0.0 s of 7.1 s" +
+                                      "\033[K" + erase + "\r[#"));
+    EXPECT_THAT(err.str(), EndsWith("s of 7.1 s\033[K" + erase));
+
+    std::ostringstream shortOut, shortErr;
+    ASSERT_EQ(voxa_tool::kExitOk,
+              voxa_tool::runVoxa({"transcribe", kLibriVox + kRecordings[1] + ".wav"}, shortOut,
+                                 shortErr, true));
+    EXPECT_EQ("", shortErr.str()) << "no bar for 2.99 s";
+    // The program's global callback replaced this suite's.
+    ASSERT_TRUE(sService->registerGlobalCallback(sGlobal).isOk());
+}
+
+TEST_F(EndToEndTest, PartialModesDeliverPartialResultsBeforeTheFinal) {
+    for (TranscriptionMode mode :
+         {TranscriptionMode::PARTIAL_COMMAND, TranscriptionMode::PARTIAL_CONTINUOUS}) {
+        SCOPED_TRACE(toString(mode));
+        auto callback = ndk::SharedRefBase::make<RecordingCallback>();
+        int32_t handle = -1;
+        ASSERT_TRUE(initSession(callback, &handle).isOk());
+        ASSERT_EQ(0, pal_engine::setFileSource({kLibriVox + kRecordings[1] + ".wav"},
+                                               pal_engine::Pace::Fast));
+        ASSERT_TRUE(sService->startListening(handle, config(mode)).isOk());
+        ASSERT_EQ(0, pal_engine::waitUntilDone(milliseconds(60000)));
+        ASSERT_TRUE(sService->stopListening(handle).isOk());
+        ASSERT_TRUE(sService->releaseSession(handle).isOk());
+
+        std::vector<RecordingCallback::Delivery> deliveries = callback->deliveries();
+        ASSERT_GE(deliveries.size(), 3u);
+        for (size_t i = 0; i < deliveries.size(); ++i) {
+            EXPECT_EQ(handle, deliveries[i].handle);
+            ASSERT_TRUE(deliveries[i].asr.has_value());
+            EXPECT_EQ(i + 1 == deliveries.size(), isFinal(deliveries[i])) << "delivery " << i;
+        }
+        const VoxaEvent::Event& final = *(*deliveries.back().asr->events)[0];
+        EXPECT_THAT(final.text, StartsWith("he was not"));
+        EXPECT_THAT(final.aux_text, StartsWith("{\"final\":true,\"reason\":\"end_of_audio\""));
+    }
+}
+
+TEST_F(EndToEndTest, ForceOutputEventEndsTheUtteranceEarly) {
+    startRealTime(TranscriptionMode::PARTIAL_COMMAND);
+    VoxaParameter force;
+    force.param = ParameterType::FORCE_OUTPUT_EVENT;
+    ASSERT_TRUE(sService->setParameter(mHandle, force).isOk());
+    // A command ends with its result: long before the 7.1 s of audio have played.
+    ASSERT_EQ(0, pal_engine::waitUntilDone(milliseconds(3000)));
+    EXPECT_TRUE(sService->releaseSession(mHandle).isOk());
+
+    std::vector<RecordingCallback::Delivery> deliveries = mCallback->deliveries();
+    ASSERT_TRUE(isFinal(deliveries.back()));
+    const VoxaEvent::Event& final = *(*deliveries.back().asr->events)[0];
+    EXPECT_THAT(final.aux_text, StartsWith("{\"final\":true,\"reason\":\"forced\""));
+    EXPECT_LT(final.text.size(), std::string("and mister john dashwood had then leisure").size());
+}
+
+TEST_F(EndToEndTest, StopWithAudioStillFlowingEndsTheEvents) {
+    startRealTime(TranscriptionMode::PARTIAL_CONTINUOUS);
+    ASSERT_TRUE(sService->stopListening(mHandle).isOk());
+    const size_t stopped = mCallback->deliveries().size();
+    std::this_thread::sleep_for(milliseconds(600));
+    EXPECT_EQ(stopped, mCallback->deliveries().size());
+    EXPECT_TRUE(sService->releaseSession(mHandle).isOk());
+    EXPECT_EQ(stopped, mCallback->deliveries().size());
+}
+
+TEST_F(EndToEndTest, SecondSessionMeetsContentionUntilTheFirstIsReleased) {
+    auto first = ndk::SharedRefBase::make<RecordingCallback>();
+    int32_t firstHandle = -1;
+    ASSERT_TRUE(initSession(first, &firstHandle).isOk());
+
+    auto second = ndk::SharedRefBase::make<RecordingCallback>();
+    int32_t secondHandle = -1;
+    ndk::ScopedAStatus status = initSession(second, &secondHandle);
+    EXPECT_EQ(EX_SERVICE_SPECIFIC, status.getExceptionCode());
+    EXPECT_EQ(-2, status.getServiceSpecificError());
+    EXPECT_STREQ("RESOURCE_CONTENTION", status.getMessage());
+
+    // The program reports the busy engine with its own exit status.
+    std::ostringstream out, err;
+    EXPECT_EQ(voxa_tool::kExitBusy,
+              voxa_tool::runVoxa({"transcribe", kLongRecording}, out, err, false));
+    EXPECT_THAT(err.str(), HasSubstr("busy"));
+    EXPECT_THAT(err.str(), HasSubstr("(RESOURCE_CONTENTION)"));
+    EXPECT_EQ("", out.str());
+    // The program registered a global callback of its own; this test's comes back.
+    ASSERT_TRUE(sService->registerGlobalCallback(sGlobal).isOk());
+
+    const int notified = sGlobal->count();
+    std::this_thread::sleep_for(milliseconds(200));
+    EXPECT_EQ(notified, sGlobal->count()) << "nothing was released yet";
+    ASSERT_TRUE(sService->releaseSession(firstHandle).isOk());
+    const auto deadline = std::chrono::steady_clock::now() + milliseconds(5000);
+    while (sGlobal->count() == notified && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    EXPECT_EQ(notified + 1, sGlobal->count());
+
+    ASSERT_TRUE(initSession(second, &secondHandle).isOk()) << "the engine is free again";
+    EXPECT_TRUE(sService->releaseSession(secondHandle).isOk());
+    EXPECT_TRUE(first->deliveries().empty());
+    EXPECT_TRUE(second->deliveries().empty());
+}
+
+}  // namespace
+}  // namespace voxa_test
