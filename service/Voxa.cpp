@@ -79,6 +79,14 @@ std::shared_ptr<VoxaSession> Voxa::getSession(int handle) {
     return entry->second;
 }
 
+std::shared_ptr<VoxaSession> Voxa::getSessionFor(const char* operation, int32_t handle) {
+    std::shared_ptr<VoxaSession> session = getSession(handle);
+    if (session == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: invalid handle %d", operation, handle);
+    }
+    return session;
+}
+
 ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
                                      const std::shared_ptr<IVoxaCallback>& callback,
                                      int32_t* handle) {
@@ -116,11 +124,8 @@ ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
 
 ndk::ScopedAStatus Voxa::releaseSession(int32_t handle) {
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
-    std::shared_ptr<VoxaSession> session = getSession(handle);
-    if (session == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: invalid handle %d", __func__, handle);
-        return Utils::convertToAidlStatus(kStatusInvalid);
-    }
+    std::shared_ptr<VoxaSession> session = getSessionFor(__func__, handle);
+    if (session == nullptr) return Utils::convertToAidlStatus(kStatusInvalid);
 
     int status = session->close();
     if (status != 0) {
@@ -147,11 +152,8 @@ ndk::ScopedAStatus Voxa::releaseSession(int32_t handle) {
 
 ndk::ScopedAStatus Voxa::startListening(int32_t handle, const VoxaConfig& config) {
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
-    std::shared_ptr<VoxaSession> session = getSession(handle);
-    if (session == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: invalid handle %d", __func__, handle);
-        return Utils::convertToAidlStatus(kStatusInvalid);
-    }
+    std::shared_ptr<VoxaSession> session = getSessionFor(__func__, handle);
+    if (session == nullptr) return Utils::convertToAidlStatus(kStatusInvalid);
 
     int status = session->start(config);
     if (status != 0) {
@@ -168,11 +170,8 @@ ndk::ScopedAStatus Voxa::startListening(int32_t handle, const VoxaConfig& config
 
 ndk::ScopedAStatus Voxa::stopListening(int32_t handle) {
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
-    std::shared_ptr<VoxaSession> session = getSession(handle);
-    if (session == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: invalid handle %d", __func__, handle);
-        return Utils::convertToAidlStatus(kStatusInvalid);
-    }
+    std::shared_ptr<VoxaSession> session = getSessionFor(__func__, handle);
+    if (session == nullptr) return Utils::convertToAidlStatus(kStatusInvalid);
 
     int status = session->stop();
     if (status != 0) {
@@ -187,11 +186,8 @@ ndk::ScopedAStatus Voxa::stopListening(int32_t handle) {
 
 ndk::ScopedAStatus Voxa::setParameter(int32_t handle, const VoxaParameter& param) {
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
-    std::shared_ptr<VoxaSession> session = getSession(handle);
-    if (session == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: invalid handle %d", __func__, handle);
-        return Utils::convertToAidlStatus(kStatusInvalid);
-    }
+    std::shared_ptr<VoxaSession> session = getSessionFor(__func__, handle);
+    if (session == nullptr) return Utils::convertToAidlStatus(kStatusInvalid);
 
     int status = session->setParameter(param);
     if (status != 0) {

@@ -55,6 +55,9 @@ class Voxa : public BnVoxa {
     static void onResourcesAvailable(unsigned long cookie);
 
   private:
+    // getSession for a request: an unknown handle also gets the request's own error line.
+    std::shared_ptr<VoxaSession> getSessionFor(const char* operation, int32_t handle);
+
     // Read and replaced atomically (std::atomic_load/std::atomic_store): a binder thread sets it
     // while the PAL's thread may be reading it.
     std::shared_ptr<IVoxaGlobalCallback> mGlobalCallback;

@@ -248,26 +248,14 @@ int32_t Stream::start(const Source& source) {
 }
 
 int32_t Stream::stop() {
-    std::thread capture;
-    {
-        std::lock_guard<std::mutex> lock(mLock);
-        if (mCapture.get_id() == std::this_thread::get_id()) {
-            return -22;
-        }
-        mStarted = false;
-        mStopRequested = true;
-        mChanged.notify_all();
-        if (!mInCallback) {
-            capture = std::move(mCapture);
-        }
-    }
-    if (capture.joinable()) {
-        capture.join();
-    }
-    return 0;
+    return endCapture(false);
 }
 
 int32_t Stream::close() {
+    return endCapture(true);
+}
+
+int32_t Stream::endCapture(bool waitForCallback) {
     std::thread capture;
     {
         std::lock_guard<std::mutex> lock(mLock);
@@ -277,7 +265,9 @@ int32_t Stream::close() {
         mStarted = false;
         mStopRequested = true;
         mChanged.notify_all();
-        capture = std::move(mCapture);
+        if (waitForCallback || !mInCallback) {
+            capture = std::move(mCapture);
+        }
     }
     if (capture.joinable()) {
         capture.join();

@@ -91,6 +91,9 @@ class Stream {
     };
 
     void capture(std::vector<Input> inputs, Settings settings, Pace pace);
+    // Ends the capture thread and joins it; a thread inside the stream callback is joined only
+    // when `waitForCallback`.
+    int32_t endCapture(bool waitForCallback);
     // Delivers `event` unless a stop came first. Returns false when the capture must end.
     bool raise(Event& event);
     // Waits until `deadline` or a stop or force-output request. Returns false on a stop.
