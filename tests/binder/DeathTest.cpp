@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -19,111 +18,22 @@ using binder_host::deathLinkCount;
 using binder_host::killProcessOf;
 using ndk::ScopedAIBinder_DeathRecipient;
 using ndk::SpAIBinder;
-using testing::Each;
 using testing::ElementsAre;
-using testing::Ne;
 
-// Every death notification's cookie in order of arrival, and the threads that delivered them.
-std::mutex gNoticesLock;
-std::vector<void*> gCookies;            // guarded by gNoticesLock
-std::vector<std::thread::id> gThreads;  // guarded by gNoticesLock
+std::thread::id gTestThread;  // written before any recipient can run
+std::mutex gCookiesLock;
+std::vector<void*> gCookies;  // guarded by gCookiesLock; every notice's cookie in order of arrival
 
+// Death notices come on a thread of the binder library, never on the one that noticed the death.
 void recordDeath(void* cookie) {
-    std::lock_guard<std::mutex> lock(gNoticesLock);
+    EXPECT_NE(std::this_thread::get_id(), gTestThread);
+    std::lock_guard<std::mutex> lock(gCookiesLock);
     gCookies.push_back(cookie);
-    gThreads.push_back(std::this_thread::get_id());
 }
 
 std::vector<void*> noticedCookies() {
-    std::lock_guard<std::mutex> lock(gNoticesLock);
+    std::lock_guard<std::mutex> lock(gCookiesLock);
     return gCookies;
-}
-
-class DeathTest : public testing::Test {
-  protected:
-    void SetUp() override {
-        std::lock_guard<std::mutex> lock(gNoticesLock);
-        gCookies.clear();
-        gThreads.clear();
-    }
-    void TearDown() override { binder_host::clearServices(); }
-
-    SpAIBinder newBinder() { return binder_test::newBinder(&mObject); }
-
-    binder_test::Object mObject;
-    int mCookies[4] = {};
-};
-
-TEST_F(DeathTest, EachLinkNotifiedOnceOnAnotherThread) {
-    SpAIBinder binder = newBinder();
-    ScopedAIBinder_DeathRecipient first(AIBinder_DeathRecipient_new(recordDeath));
-    ScopedAIBinder_DeathRecipient second(AIBinder_DeathRecipient_new(recordDeath));
-    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), first.get(), &mCookies[0]), STATUS_OK);
-    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), second.get(), &mCookies[1]), STATUS_OK);
-    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), first.get(), &mCookies[2]), STATUS_OK);
-    EXPECT_EQ(deathLinkCount(binder.get()), 3u);
-
-    killProcessOf(binder.get());
-    EXPECT_THAT(noticedCookies(), ElementsAre(&mCookies[0], &mCookies[1], &mCookies[2]));
-    {
-        std::lock_guard<std::mutex> lock(gNoticesLock);
-        EXPECT_THAT(gThreads, Each(Ne(std::this_thread::get_id())));
-    }
-
-    EXPECT_FALSE(AIBinder_isAlive(binder.get()));
-    EXPECT_EQ(deathLinkCount(binder.get()), 0u);
-    EXPECT_EQ(AIBinder_linkToDeath(binder.get(), first.get(), &mCookies[0]), STATUS_DEAD_OBJECT);
-    EXPECT_EQ(AIBinder_unlinkToDeath(binder.get(), first.get(), &mCookies[0]), STATUS_DEAD_OBJECT);
-    killProcessOf(binder.get());
-    EXPECT_EQ(noticedCookies().size(), 3u);
-    EXPECT_EQ(mObject.destroyed, 0);  // death touches the process, not the object's references
-}
-
-TEST_F(DeathTest, UnlinkAndDeletionAreHonoured) {
-    SpAIBinder binder = newBinder();
-    SpAIBinder other = newBinder();
-    ScopedAIBinder_DeathRecipient kept(AIBinder_DeathRecipient_new(recordDeath));
-    AIBinder_DeathRecipient* deleted = AIBinder_DeathRecipient_new(recordDeath);
-    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), kept.get(), &mCookies[0]), STATUS_OK);
-    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), kept.get(), &mCookies[0]), STATUS_OK);
-    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), kept.get(), &mCookies[1]), STATUS_OK);
-    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), deleted, &mCookies[2]), STATUS_OK);
-    ASSERT_EQ(AIBinder_linkToDeath(other.get(), deleted, &mCookies[3]), STATUS_OK);
-
-    EXPECT_EQ(AIBinder_unlinkToDeath(binder.get(), kept.get(), &mCookies[0]), STATUS_OK);
-    EXPECT_EQ(AIBinder_unlinkToDeath(binder.get(), kept.get(), &mCookies[1]), STATUS_OK);
-    EXPECT_EQ(AIBinder_unlinkToDeath(binder.get(), kept.get(), &mCookies[1]),
-              STATUS_NAME_NOT_FOUND);
-    AIBinder_DeathRecipient_delete(deleted);
-    EXPECT_EQ(deathLinkCount(binder.get()), 1u);
-    EXPECT_EQ(deathLinkCount(other.get()), 0u);
-    killProcessOf(binder.get());
-    killProcessOf(other.get());
-    EXPECT_THAT(noticedCookies(), ElementsAre(&mCookies[0]));
-}
-
-// Each link holds the binder, and so the object, until it is unlinked, notified or deleted.
-TEST_F(DeathTest, LinkHoldsBinderUntilReleased) {
-    ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(recordDeath));
-    for (int release = 0; release < 3; ++release) {
-        SpAIBinder binder = newBinder();
-        AIBinder* watched = binder.get();
-        ASSERT_EQ(AIBinder_linkToDeath(watched, recipient.get(), &mCookies[0]), STATUS_OK);
-        ASSERT_EQ(AIBinder_linkToDeath(watched, recipient.get(), &mCookies[1]), STATUS_OK);
-        ASSERT_EQ(AIBinder_unlinkToDeath(watched, recipient.get(), &mCookies[1]), STATUS_OK);
-        binder.set(nullptr);
-        EXPECT_EQ(mObject.destroyed, release);
-        EXPECT_EQ(deathLinkCount(watched), 1u);
-        if (release == 0) AIBinder_unlinkToDeath(watched, recipient.get(), &mCookies[0]);
-        if (release == 1) recipient.set(AIBinder_DeathRecipient_new(recordDeath));
-        if (release == 2) {
-            AIBinder_incStrong(watched);  // for killProcessOf, whose caller must hold one
-            killProcessOf(watched);
-            AIBinder_decStrong(watched);
-        }
-        EXPECT_EQ(mObject.destroyed, release + 1);
-    }
-    EXPECT_THAT(noticedCookies(), ElementsAre(&mCookies[0]));
 }
 
 // A recipient that tidies up after itself, as a service does when its client dies.
@@ -138,45 +48,71 @@ void endWatch(void* cookie) {
     recordDeath(cookie);
 }
 
-TEST_F(DeathTest, RecipientMayCallBackIntoBinder) {
+class DeathTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        gTestThread = std::this_thread::get_id();
+        std::lock_guard<std::mutex> lock(gCookiesLock);
+        gCookies.clear();
+    }
+    void TearDown() override { binder_host::clearServices(); }
+
+    SpAIBinder newBinder() { return binder_test::newBinder(&mObject); }
+
+    binder_test::Object mObject;
+    int mCookies[4] = {};
+};
+
+TEST_F(DeathTest, EachLinkNotifiedOnceAndRecipientsMayCallBack) {
     SpAIBinder binder = newBinder();
+    ScopedAIBinder_DeathRecipient first(AIBinder_DeathRecipient_new(recordDeath));
+    ScopedAIBinder_DeathRecipient second(AIBinder_DeathRecipient_new(recordDeath));
     Watch watch{binder.get(), AIBinder_DeathRecipient_new(endWatch)};
+    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), first.get(), &mCookies[0]), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), second.get(), &mCookies[1]), STATUS_OK);
     ASSERT_EQ(AIBinder_linkToDeath(binder.get(), watch.recipient, &watch), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), first.get(), &mCookies[2]), STATUS_OK);
+    EXPECT_EQ(deathLinkCount(binder.get()), 4u);
+
     killProcessOf(binder.get());
-    EXPECT_THAT(noticedCookies(), ElementsAre(&watch));
-}
-
-TEST_F(DeathTest, InjectedFailures) {
-    SpAIBinder binder = newBinder();
-    binder_host::failNextDeathRecipientNew();
-    EXPECT_EQ(AIBinder_DeathRecipient_new(recordDeath), nullptr);
-    ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(recordDeath));
-    ASSERT_NE(recipient.get(), nullptr);
-
-    binder_host::failNextLinkToDeath(STATUS_NO_MEMORY);
-    EXPECT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &mCookies[0]), STATUS_NO_MEMORY);
+    EXPECT_THAT(noticedCookies(), ElementsAre(&mCookies[0], &mCookies[1], &watch, &mCookies[2]));
+    EXPECT_FALSE(AIBinder_isAlive(binder.get()));
     EXPECT_EQ(deathLinkCount(binder.get()), 0u);
-    EXPECT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &mCookies[0]), STATUS_OK);
-
-    binder_host::failNextDeathRecipientNew();
-    binder_host::failNextLinkToDeath(STATUS_NO_MEMORY);
-    binder_host::clearServices();  // forgets both
-    ScopedAIBinder_DeathRecipient another(AIBinder_DeathRecipient_new(recordDeath));
-    EXPECT_NE(another.get(), nullptr);
-    EXPECT_EQ(AIBinder_linkToDeath(binder.get(), another.get(), &mCookies[1]), STATUS_OK);
+    EXPECT_EQ(AIBinder_linkToDeath(binder.get(), first.get(), &mCookies[0]), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(AIBinder_unlinkToDeath(binder.get(), first.get(), &mCookies[0]), STATUS_DEAD_OBJECT);
+    killProcessOf(binder.get());
+    EXPECT_EQ(noticedCookies().size(), 4u);
+    EXPECT_EQ(mObject.destroyed, 0);  // death touches the process, not the object's references
 }
 
-TEST_F(DeathTest, WaitForServiceBlocksUntilAdded) {
-    std::atomic<bool> added{false};
-    std::thread waiter([&] {
-        SpAIBinder found(AServiceManager_waitForService("test.IObject/late"));
-        EXPECT_TRUE(added);
-        EXPECT_NE(found.get(), nullptr);
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    added = true;
-    ASSERT_EQ(AServiceManager_addService(newBinder().get(), "test.IObject/late"), STATUS_OK);
-    waiter.join();
+// Each link holds the binder, and so the object, until it is unlinked, deleted or notified.
+TEST_F(DeathTest, LinksHoldTheBinderUntilUnlinkedDeletedOrNotified) {
+    SpAIBinder binder = newBinder();
+    SpAIBinder other = newBinder();
+    AIBinder* watched = binder.get();
+    ScopedAIBinder_DeathRecipient kept(AIBinder_DeathRecipient_new(recordDeath));
+    ScopedAIBinder_DeathRecipient deleted(AIBinder_DeathRecipient_new(recordDeath));
+    ASSERT_EQ(AIBinder_linkToDeath(watched, kept.get(), &mCookies[0]), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(watched, kept.get(), &mCookies[0]), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(watched, kept.get(), &mCookies[1]), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(watched, deleted.get(), &mCookies[2]), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(other.get(), deleted.get(), &mCookies[3]), STATUS_OK);
+    binder.set(nullptr);
+    other.set(nullptr);
+
+    EXPECT_EQ(AIBinder_unlinkToDeath(watched, kept.get(), &mCookies[0]), STATUS_OK);
+    EXPECT_EQ(AIBinder_unlinkToDeath(watched, kept.get(), &mCookies[1]), STATUS_OK);
+    EXPECT_EQ(AIBinder_unlinkToDeath(watched, kept.get(), &mCookies[1]), STATUS_NAME_NOT_FOUND);
+    EXPECT_EQ(mObject.destroyed, 0);
+    deleted.set(nullptr);
+    EXPECT_EQ(mObject.destroyed, 1);  // `other`, now unwatched
+    EXPECT_EQ(deathLinkCount(watched), 1u);
+    AIBinder_incStrong(watched);  // for killProcessOf, whose caller must hold one
+    killProcessOf(watched);
+    EXPECT_EQ(mObject.destroyed, 1);
+    AIBinder_decStrong(watched);
+    EXPECT_EQ(mObject.destroyed, 2);
+    EXPECT_THAT(noticedCookies(), ElementsAre(&mCookies[0]));
 }
 
 TEST_F(DeathTest, ConcurrentReferencesDestroyOnce) {
@@ -188,9 +124,11 @@ TEST_F(DeathTest, ConcurrentReferencesDestroyOnce) {
             std::string name = "test.IObject/" + std::to_string(t % 2);
             for (int i = 0; i < 500; ++i) {
                 SpAIBinder copy = binder;
-                EXPECT_EQ(weak.promote(), copy);
-                EXPECT_EQ(AServiceManager_addService(copy.get(), name.c_str()), STATUS_OK);
-                EXPECT_EQ(SpAIBinder(AServiceManager_checkService(name.c_str())), copy);
+                SpAIBinder moved = std::move(copy);
+                EXPECT_EQ(copy.get(), nullptr);
+                EXPECT_EQ(weak.promote(), moved);
+                EXPECT_EQ(AServiceManager_addService(moved.get(), name.c_str()), STATUS_OK);
+                EXPECT_EQ(SpAIBinder(AServiceManager_checkService(name.c_str())), moved);
             }
         });
     }

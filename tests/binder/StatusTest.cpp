@@ -13,50 +13,49 @@ TEST(StatusTest, ValuesAreTheNdkOnes) {
     EXPECT_EQ(EX_TRANSACTION_FAILED, -129);
 }
 
-TEST(StatusTest, OkCarriesNothing) {
-    for (AStatus* ok : {AStatus_newOk(), AStatus_fromStatus(STATUS_OK),
-                        AStatus_fromExceptionCodeWithMessage(EX_NONE, "dropped")}) {
-        ScopedAStatus status(ok);
-        EXPECT_TRUE(status.isOk());
-        EXPECT_EQ(status.getExceptionCode(), EX_NONE);
-        EXPECT_EQ(status.getStatus(), STATUS_OK);
-        EXPECT_EQ(status.getServiceSpecificError(), 0);
-        EXPECT_STREQ(status.getMessage(), "");
-        EXPECT_EQ(status.getDescription(), "ok");
+// A status and what each of its accessors must report.
+struct Case {
+    ScopedAStatus status;
+    bool ok;
+    binder_exception_t exception;
+    binder_status_t code;
+    int32_t error;
+    const char* message;
+    const char* description;
+};
+
+TEST(StatusTest, AccessorsReportWhatTheStatusWasMadeFrom) {
+    Case cases[] = {
+            {ScopedAStatus(AStatus_newOk()), true, EX_NONE, STATUS_OK, 0, "", "ok"},
+            {ScopedAStatus::fromStatus(STATUS_OK), true, EX_NONE, STATUS_OK, 0, "", "ok"},
+            {ScopedAStatus::fromExceptionCodeWithMessage(EX_NONE, "dropped"), true, EX_NONE,
+             STATUS_OK, 0, "", "ok"},
+            {ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT), false, EX_TRANSACTION_FAILED,
+             STATUS_DEAD_OBJECT, 0, "",
+             "EX_TRANSACTION_FAILED (-129), status STATUS_DEAD_OBJECT (-32)"},
+            {ScopedAStatus::fromExceptionCode(EX_TRANSACTION_FAILED), false, EX_TRANSACTION_FAILED,
+             STATUS_FAILED_TRANSACTION, 0, "",
+             "EX_TRANSACTION_FAILED (-129), status STATUS_FAILED_TRANSACTION (-2147483646)"},
+            {ScopedAStatus::fromExceptionCode(EX_ILLEGAL_ARGUMENT), false, EX_ILLEGAL_ARGUMENT,
+             STATUS_OK, 0, "", "EX_ILLEGAL_ARGUMENT (-3)"},
+            {ScopedAStatus::fromExceptionCodeWithMessage(EX_SECURITY, "denied"), false, EX_SECURITY,
+             STATUS_OK, 0, "denied", "EX_SECURITY (-1): denied"},
+            {ScopedAStatus::fromServiceSpecificErrorWithMessage(-4, "FAILURE"), false,
+             EX_SERVICE_SPECIFIC, STATUS_OK, -4, "FAILURE",
+             "EX_SERVICE_SPECIFIC (-8), error -4: FAILURE"},
+            {ScopedAStatus::fromServiceSpecificError(0), false, EX_SERVICE_SPECIFIC, STATUS_OK, 0,
+             "", "EX_SERVICE_SPECIFIC (-8), error 0"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        EXPECT_EQ(c.status.isOk(), c.ok);
+        EXPECT_EQ(c.status.getExceptionCode(), c.exception);
+        EXPECT_EQ(c.status.getStatus(), c.code);
+        EXPECT_EQ(c.status.getServiceSpecificError(), c.error);
+        EXPECT_STREQ(c.status.getMessage(), c.message);
+        EXPECT_EQ(c.status.getDescription(), c.description);
     }
     EXPECT_FALSE(ScopedAStatus().isOk());
-}
-
-TEST(StatusTest, FailuresCarryTheirDetails) {
-    ScopedAStatus transport = ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
-    EXPECT_FALSE(transport.isOk());
-    EXPECT_EQ(transport.getExceptionCode(), EX_TRANSACTION_FAILED);
-    EXPECT_EQ(transport.getStatus(), STATUS_DEAD_OBJECT);
-    EXPECT_EQ(transport.getServiceSpecificError(), 0);
-    EXPECT_EQ(transport.getDescription(),
-              "EX_TRANSACTION_FAILED (-129), status STATUS_DEAD_OBJECT (-32)");
-    EXPECT_EQ(ScopedAStatus::fromExceptionCode(EX_TRANSACTION_FAILED).getStatus(),
-              STATUS_FAILED_TRANSACTION);
-
-    ScopedAStatus plain = ScopedAStatus::fromExceptionCode(EX_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(plain.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(plain.getStatus(), STATUS_OK);
-    EXPECT_STREQ(plain.getMessage(), "");
-    ScopedAStatus message = ScopedAStatus::fromExceptionCodeWithMessage(EX_SECURITY, "denied");
-    EXPECT_FALSE(message.isOk());
-    EXPECT_STREQ(message.getMessage(), "denied");
-    EXPECT_EQ(message.getDescription(), "EX_SECURITY (-1): denied");
-
-    ScopedAStatus specific = ScopedAStatus::fromServiceSpecificErrorWithMessage(-4, "FAILURE");
-    EXPECT_FALSE(specific.isOk());
-    EXPECT_EQ(specific.getExceptionCode(), EX_SERVICE_SPECIFIC);
-    EXPECT_EQ(specific.getServiceSpecificError(), -4);
-    EXPECT_EQ(specific.getStatus(), STATUS_OK);
-    EXPECT_STREQ(specific.getMessage(), "FAILURE");
-    EXPECT_EQ(specific.getDescription(), "EX_SERVICE_SPECIFIC (-8), error -4: FAILURE");
-    ScopedAStatus zero = ScopedAStatus::fromServiceSpecificError(0);
-    EXPECT_FALSE(zero.isOk());
-    EXPECT_STREQ(zero.getMessage(), "");
 }
 
 }  // namespace

@@ -12,19 +12,14 @@ struct Object {
     std::atomic<int> destroyed{0};
 };
 
-// A class whose binders carry an Object as user data.
-inline AIBinder_Class* objectClass() {
+inline ndk::SpAIBinder newBinder(Object* object) {
     static AIBinder_Class* const clazz = AIBinder_Class_define(
             "test.IObject", [](void* args) { return args; },
             [](void* userData) { static_cast<Object*>(userData)->destroyed++; },
             [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) {
                 return static_cast<binder_status_t>(STATUS_UNKNOWN_TRANSACTION);
             });
-    return clazz;
-}
-
-inline ndk::SpAIBinder newBinder(Object* object) {
-    return ndk::SpAIBinder(AIBinder_new(objectClass(), object));
+    return ndk::SpAIBinder(AIBinder_new(clazz, object));
 }
 
 }  // namespace binder_test
