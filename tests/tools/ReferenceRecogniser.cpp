@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 namespace voxa_test {
@@ -15,20 +16,6 @@ namespace {
 constexpr int kRate = 16000;
 constexpr size_t kBlock = kRate / 20;
 constexpr char kSilenceFrames[] = "50";  // 500 ms at 100 frames a second
-
-// The three paths of a model image ("acoustic-model /usr/share/..." lines).
-bool readModelImage(const std::string& path, std::map<std::string, std::string>* files) {
-    std::ifstream image(path);
-    std::string line;
-    while (std::getline(image, line)) {
-        std::istringstream fields(line);
-        std::string key;
-        std::string value;
-        if (fields >> key >> value) (*files)[key] = value;
-    }
-    return files->count("acoustic-model") && files->count("language-model") &&
-           files->count("dictionary");
-}
 
 void appendHypothesis(ps_decoder_t* decoder, std::vector<std::string>* words) {
     int32 score = 0;
@@ -49,8 +36,11 @@ std::vector<std::string> splitWords(const std::string& text) {
 
 bool recogniseDirectly(const std::string& modelImage, const std::string& path,
                        std::vector<std::string>* words) {
-    std::map<std::string, std::string> files;
-    if (!readModelImage(modelImage, &files)) return false;
+    std::map<std::string, std::string> files;  // from the image's "acoustic-model /usr/..." lines
+    std::ifstream image(modelImage);
+    for (std::string line, key, value; std::getline(image, line);) {
+        if (std::istringstream(line) >> key >> value) files[key] = value;
+    }
     SF_INFO info = {};
     SNDFILE* sound = sf_open(path.c_str(), SFM_READ, &info);
     if (sound == nullptr) return false;
@@ -110,24 +100,6 @@ double wordErrorRate(const std::vector<std::string>& reference,
     return reference.empty() ? 0.0
                              : static_cast<double>(previous[hypothesis.size()]) /
                                        static_cast<double>(reference.size());
-}
-
-std::map<std::string, std::vector<std::string>> libriVoxTranscription() {
-    std::map<std::string, std::vector<std::string>> transcription;
-    std::ifstream file(kLibriVox + "transcription");
-    std::string line;
-    // "<s> he was not an ill disposed young man </s> (sense_and_sensibility_01_austen_64kb-0880)"
-    while (std::getline(file, line)) {
-        size_t open = line.rfind('(');
-        size_t close = line.rfind(')');
-        if (open == std::string::npos || close == std::string::npos || close < open) continue;
-        std::vector<std::string> words;
-        for (const std::string& word : splitWords(line.substr(0, open))) {
-            if (word != "<s>" && word != "</s>") words.push_back(word);
-        }
-        transcription[line.substr(open + 1, close - open - 1)] = words;
-    }
-    return transcription;
 }
 
 }  // namespace voxa_test

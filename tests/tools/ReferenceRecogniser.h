@@ -7,7 +7,6 @@
 #define VOXA_TESTS_TOOLS_REFERENCE_RECOGNISER_H
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -26,10 +25,6 @@ bool recogniseDirectly(const std::string& modelImage, const std::string& path,
 // Word error rate of `hypothesis` against `reference`, in edits per reference word.
 double wordErrorRate(const std::vector<std::string>& reference,
                      const std::vector<std::string>& hypothesis);
-
-// The LibriVox recordings' transcription that pocketsphinx-testdata ships, by recording name
-// ("sense_and_sensibility_01_austen_64kb-0880"); empty when it cannot be read.
-std::map<std::string, std::vector<std::string>> libriVoxTranscription();
 
 }  // namespace voxa_test
 
