@@ -19,8 +19,8 @@ std::vector<uint8_t> trailingData(const uint8_t* data, uint32_t size) {
     return std::vector<uint8_t>(data, data + size);
 }
 
-// Speaker j of a result, addressed from the result's start: the declared zero-length array would
-// make an optimising compiler treat every index as out of bounds.
+// Speaker j of a result, addressed from the result's start. GCC's -Warray-bounds rejects indexing
+// this zero-length array, which sits inside an element of another one.
 const pal_sdz_speaker& speakerOf(const pal_sdz_result& result, uint32_t j) {
     const auto* speakers = reinterpret_cast<const pal_sdz_speaker*>(
             reinterpret_cast<const uint8_t*>(&result) + offsetof(pal_sdz_result, speakers));

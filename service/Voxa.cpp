@@ -231,25 +231,30 @@ ndk::ScopedAStatus Voxa::registerGlobalCallback(
         return Utils::convertToAidlStatus(status);
     }
 
-    mDeathRecipient.set(AIBinder_DeathRecipient_new(clientDiedCallback));
-    if (mDeathRecipient.get() == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Unable to create death recepient",
-                            __func__);
-        status = kStatusInvalid;
-    } else {
-        ndk::SpAIBinder binder = callback->asBinder();
-        ndk::ScopedAStatus linkStatus(AStatus_fromStatus(
-                AIBinder_linkToDeath(binder.get(), mDeathRecipient.get(), this)));
-        if (!linkStatus.isOk()) {
-            status = linkStatus.getStatus();
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "%s: link to death notification failed, status %d: %s", __func__,
-                                status, linkStatus.getMessage());
+    {
+        // The recipient and the callback are shared with releaseSession's unlink, which runs
+        // under the same lock; registrations from several threads also take their turn.
+        std::lock_guard<std::mutex> lock(mSessionsLock);
+        mDeathRecipient.set(AIBinder_DeathRecipient_new(clientDiedCallback));
+        if (mDeathRecipient.get() == nullptr) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Unable to create death recepient",
+                                __func__);
+            status = kStatusInvalid;
+        } else {
+            ndk::SpAIBinder binder = callback->asBinder();
+            ndk::ScopedAStatus linkStatus(AStatus_fromStatus(
+                    AIBinder_linkToDeath(binder.get(), mDeathRecipient.get(), this)));
+            if (!linkStatus.isOk()) {
+                status = linkStatus.getStatus();
+                __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                    "%s: link to death notification failed, status %d: %s",
+                                    __func__, status, linkStatus.getMessage());
+            }
         }
-    }
 
-    // Kept even when the client could not be watched: resources notifications still reach it.
-    std::atomic_store(&mGlobalCallback, callback);
+        // Kept even when the client could not be watched: resources notifications still reach it.
+        std::atomic_store(&mGlobalCallback, callback);
+    }
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, status %d", __func__, status);
     return Utils::convertToAidlStatus(status);
 }

@@ -64,6 +64,7 @@ class Voxa : public BnVoxa {
     std::atomic<int32_t> mNextHandle{0};
     std::unordered_map<int, std::shared_ptr<VoxaSession>> mSessions;  // guarded by mSessionsLock
     std::mutex mSessionsLock;
+    // Replaced by registerGlobalCallback and used by releaseSession, both under mSessionsLock.
     ndk::ScopedAIBinder_DeathRecipient mDeathRecipient;
 };
 

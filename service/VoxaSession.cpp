@@ -95,6 +95,10 @@ int VoxaSession::loadModel(const VoxaModel& model) {
     if (status != 0) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: failed to set asr model, status = %d",
                             __func__, status);
+        // The service drops a session whose model failed. Left open, the stream would keep the
+        // engine busy and call back into the freed session through its cookie.
+        pal_stream_close(mStreamHandle);
+        mStreamHandle = nullptr;
     } else {
         __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
                             mHandle, status);

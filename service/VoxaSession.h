@@ -32,7 +32,7 @@ class VoxaSession {
     VoxaSession(const VoxaSession&) = delete;
     VoxaSession& operator=(const VoxaSession&) = delete;
 
-    // Opens the stream and sends the model (parameter 77). A refused model leaves the stream open.
+    // Opens the stream and sends the model (parameter 77). A refused model closes the stream again.
     int loadModel(const VoxaModel& model);
     // Sends the configuration (parameter 78) and starts the stream; on success the session
     // listens. -22 when the configuration names an unknown language.

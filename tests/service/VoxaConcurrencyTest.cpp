@@ -10,7 +10,8 @@ namespace {
 class VoxaConcurrencyTest : public ServiceTest {};
 
 // Binder threads run whole session lifecycles of their own while the PAL raises events on every
-// open stream and the client dies twice. Every stream the service opened must end closed once.
+// open stream and the client registers its global callback anew and dies, again and again. Every
+// stream the service opened must end closed once.
 TEST_F(VoxaConcurrencyTest, SessionsSurviveEventsAndClientDeath) {
     auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
     ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
@@ -20,6 +21,7 @@ TEST_F(VoxaConcurrencyTest, SessionsSurviveEventsAndClientDeath) {
     constexpr int kSessionsPerThread = 25;
     std::atomic<int> unexpected{0};
     std::atomic<bool> done{false};
+    std::atomic<int> workersDone{0};
     auto expectOkOrGone = [&](const ndk::ScopedAStatus& status) {
         // A session may vanish underneath its thread when the client dies.
         if (!status.isOk() && serviceError(status) != -1) unexpected++;
@@ -38,6 +40,7 @@ TEST_F(VoxaConcurrencyTest, SessionsSurviveEventsAndClientDeath) {
                 expectOkOrGone(mVoxa->stopListening(handle));
                 expectOkOrGone(mVoxa->releaseSession(handle));
             }
+            workersDone++;
         });
     }
     std::thread palEvents([&] {
@@ -49,17 +52,17 @@ TEST_F(VoxaConcurrencyTest, SessionsSurviveEventsAndClientDeath) {
             std::this_thread::yield();
         }
     });
-    std::thread deaths([&] {
-        for (int death = 0; death < 2; ++death) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            binder_host::killProcessOf(global->asBinder().get());
-            // The next client registers anew; the same object stands in for it.
+    std::thread clientProcess([&] {
+        // The client registers again and again and now and then dies, while its sessions run.
+        for (int i = 0; workersDone < kBinderThreads; ++i) {
+            if (i % 8 == 7) binder_host::killProcessOf(global->asBinder().get());
             expectOkOrGone(mVoxa->registerGlobalCallback(global));
+            std::this_thread::yield();
         }
     });
 
     for (std::thread& thread : binderThreads) thread.join();
-    deaths.join();
+    clientProcess.join();
     done = true;
     palEvents.join();
 

@@ -73,16 +73,18 @@ TEST_F(VoxaSessionTest, LoadModelFailures) {
     EXPECT_EQ(Error("openPalStream: failed to open pal stream, status -12"), mLog.lines().back());
     EXPECT_EQ(2u, mLog.lines().size());
 
-    // A refused model leaves the stream open; nothing closes it.
+    // A refused model closes the stream again, quietly: the service is about to drop the session.
     pal().clearCalls();
     pal().queueResults(Function::StreamSetParam, {-38});
     mLog.clear();
     EXPECT_EQ(-38, mSession->loadModel(testModel()));
     EXPECT_THAT(mLog.lines().back(), Error("loadModel: failed to set asr model, status = -38"));
     EXPECT_EQ(2u, mLog.lines().size());
-    mSession.reset();
-    EXPECT_EQ(1u, pal().openStreams().size());
-    EXPECT_THAT(pal().functions(), ElementsAre(Function::StreamOpen, Function::StreamSetParam));
+    std::vector<fake_pal::Call> calls = pal().calls();
+    ASSERT_EQ(3u, calls.size());
+    EXPECT_EQ(Function::StreamClose, calls[2].function);
+    EXPECT_EQ(calls[0].stream, calls[2].stream);
+    EXPECT_THAT(pal().openStreams(), IsEmpty());
 }
 
 TEST_F(VoxaSessionTest, StartSendsTheConfigurationThenStarts) {

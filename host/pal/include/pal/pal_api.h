@@ -29,6 +29,10 @@ int32_t pal_stream_start(pal_stream_handle* stream);
 /* After this returns, the stream raises no further event until it is started again. */
 int32_t pal_stream_stop(pal_stream_handle* stream);
 
+/*
+ * After this returns, no callback of the stream is running or will run: the caller may free what
+ * the cookie points to.
+ */
 int32_t pal_stream_close(pal_stream_handle* stream);
 
 /* Sends a global parameter of `size` bytes. */
