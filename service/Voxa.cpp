@@ -7,6 +7,7 @@
 #include <pal/pal_api.h>
 
 #include <array>
+#include <cerrno>
 
 #include "Utils.h"
 
@@ -14,7 +15,7 @@ namespace aidl::vendor::orbo::hardware::voxa {
 
 namespace {
 
-constexpr int kStatusInvalid = -22;  // -EINVAL
+constexpr int kStatusInvalid = -EINVAL;
 
 // Row i names the language whose id is i; the codes must stay in step with languageCodeMap.
 constexpr std::array<const char*, 100> kSupportedLanguages = {
@@ -65,11 +66,18 @@ Voxa::Voxa() {
 
 Voxa::~Voxa() {
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: ", "~Voxa");
+    if (mRegisteredWithPal) {
+        pal_resources_available_param withdrawal = {nullptr, 0};
+        pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE, &withdrawal, sizeof(withdrawal));
+    }
+    ScopedLock<Mutex> lock(mSessionsLock);
     mDeathRecipient.set(nullptr);
+    // Each stream's cookie points to its session, which goes with the table.
+    for (auto& [handle, session] : mSessions) session->close();
 }
 
 std::shared_ptr<VoxaSession> Voxa::getSession(int handle) {
-    std::lock_guard<std::mutex> lock(mSessionsLock);
+    ScopedLock<Mutex> lock(mSessionsLock);
     auto entry = mSessions.find(handle);
     if (entry == mSessions.end()) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: client not found for handle %d",
@@ -93,29 +101,33 @@ ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter", __func__);
 
     // Handles are never reused, not even after a failed load.
-    const int32_t newHandle = mNextHandle.fetch_add(1);
+    const int32_t newHandle = reserveHandle();
     *handle = newHandle;
 
     // A device's binder refuses a null callback before it reaches us; a caller in the same
     // process can still pass one, and events would then have nowhere to go.
     if (callback == nullptr) {
+        dropReservation(newHandle);
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: null callback for handle %d", __func__,
                             newHandle);
         return Utils::convertToAidlStatus(kStatusInvalid);
     }
 
+    const uint64_t deathsSeen = deaths();
     auto session = std::make_shared<VoxaSession>(newHandle, callback);
     int status = session->loadModel(model);
     if (status != 0) {
+        dropReservation(newHandle);
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "%s: Failed to load model with handle %d, status %d", __func__,
                             newHandle, status);
         return Utils::convertToAidlStatus(status);
     }
 
-    {
-        std::lock_guard<std::mutex> lock(mSessionsLock);
-        mSessions[newHandle] = session;
+    if (!addSession(newHandle, session, deathsSeen)) {
+        // The client died while its model loaded: the session goes the way its others went.
+        session->stop();
+        session->close();
     }
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
                         newHandle, status);
@@ -134,16 +146,17 @@ ndk::ScopedAStatus Voxa::releaseSession(int32_t handle) {
                             handle, status);
     }
 
-    std::lock_guard<std::mutex> lock(mSessionsLock);
+    ScopedLock<Mutex> lock(mSessionsLock);
     mSessions.erase(handle);
     if (mSessions.empty()) {
-        // The client stays watched while it has sessions. It may never have registered a global
-        // callback; then there is nothing to unlink.
+        // The client stays watched while it has sessions (addSession watches it again). It may
+        // never have registered a global callback; then there is nothing to unlink.
         std::shared_ptr<IVoxaGlobalCallback> globalCallback = std::atomic_load(&mGlobalCallback);
         if (globalCallback != nullptr) {
             ndk::SpAIBinder binder = globalCallback->asBinder();
             AIBinder_unlinkToDeath(binder.get(), mDeathRecipient.get(), this);
         }
+        mClientWatched = false;
     }
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
                         handle, status);
@@ -223,6 +236,7 @@ ndk::ScopedAStatus Voxa::registerGlobalCallback(
                                                   reinterpret_cast<unsigned long>(this)};
     int status =
             pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE, &registration, sizeof(registration));
+    if (status == 0) mRegisteredWithPal = true;
     if (status != 0) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "%s: failed to set resources available callback, status %d", __func__,
@@ -234,22 +248,21 @@ ndk::ScopedAStatus Voxa::registerGlobalCallback(
     {
         // The recipient and the callback are shared with releaseSession's unlink, which runs
         // under the same lock; registrations from several threads also take their turn.
-        std::lock_guard<std::mutex> lock(mSessionsLock);
+        ScopedLock<Mutex> lock(mSessionsLock);
         mDeathRecipient.set(AIBinder_DeathRecipient_new(clientDiedCallback));
+        mClientWatched = false;
+        binder_status_t linkResult = STATUS_OK;
         if (mDeathRecipient.get() == nullptr) {
             __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Unable to create death recepient",
                                 __func__);
             status = kStatusInvalid;
-        } else {
-            ndk::SpAIBinder binder = callback->asBinder();
-            ndk::ScopedAStatus linkStatus(AStatus_fromStatus(
-                    AIBinder_linkToDeath(binder.get(), mDeathRecipient.get(), this)));
-            if (!linkStatus.isOk()) {
-                status = linkStatus.getStatus();
-                __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                    "%s: link to death notification failed, status %d: %s",
-                                    __func__, status, linkStatus.getMessage());
-            }
+        } else if (ndk::SpAIBinder binder = callback->asBinder();
+                   !watchClientL(binder.get(), &linkResult)) {
+            ndk::ScopedAStatus linkStatus(AStatus_fromStatus(linkResult));
+            status = linkStatus.getStatus();
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "%s: link to death notification failed, status %d: %s", __func__,
+                                status, linkStatus.getMessage());
         }
 
         // Kept even when the client could not be watched: resources notifications still reach it.
@@ -269,12 +282,62 @@ void Voxa::onResourcesAvailable(unsigned long cookie) {
 }
 
 void Voxa::clientDied() {
-    std::lock_guard<std::mutex> lock(mSessionsLock);
-    for (auto& [handle, session] : mSessions) {
+    // Taken out of the table first: a session's stop waits for a delivery in progress, whose
+    // client may be calling the service, and must not do so holding the table lock.
+    std::unordered_map<int, std::shared_ptr<VoxaSession>> sessions;
+    {
+        ScopedLock<Mutex> lock(mSessionsLock);
+        sessions.swap(mSessions);
+        ++mDeaths;
+        mClientWatched = false;
+    }
+    for (auto& [handle, session] : sessions) {
         session->stop();
         session->close();
     }
-    mSessions.clear();
+}
+
+int32_t Voxa::reserveHandle() {
+    ScopedLock<Mutex> lock(mSessionsLock);
+    // After the counter wraps around, a handle still in use is skipped, never shared.
+    int32_t handle;
+    do {
+        handle = mNextHandle.fetch_add(1);
+    } while (mSessions.count(handle) != 0 || mReservedHandles.count(handle) != 0);
+    mReservedHandles.insert(handle);
+    return handle;
+}
+
+void Voxa::dropReservation(int32_t handle) {
+    ScopedLock<Mutex> lock(mSessionsLock);
+    mReservedHandles.erase(handle);
+}
+
+uint64_t Voxa::deaths() {
+    ScopedLock<Mutex> lock(mSessionsLock);
+    return mDeaths;
+}
+
+bool Voxa::addSession(int32_t handle, const std::shared_ptr<VoxaSession>& session,
+                      uint64_t deathsSeen) {
+    ScopedLock<Mutex> lock(mSessionsLock);
+    mReservedHandles.erase(handle);
+    if (mDeaths != deathsSeen) return false;
+    mSessions[handle] = session;
+    // Releasing the last session stopped watching the client; its next session watches it again.
+    std::shared_ptr<IVoxaGlobalCallback> globalCallback = std::atomic_load(&mGlobalCallback);
+    if (mSessions.size() == 1 && !mClientWatched && globalCallback != nullptr &&
+        mDeathRecipient.get() != nullptr) {
+        binder_status_t ignored;
+        watchClientL(globalCallback->asBinder().get(), &ignored);
+    }
+    return true;
+}
+
+bool Voxa::watchClientL(AIBinder* binder, binder_status_t* status) {
+    *status = AIBinder_linkToDeath(binder, mDeathRecipient.get(), this);
+    mClientWatched = *status == STATUS_OK;
+    return mClientWatched;
 }
 
 void clientDiedCallback(void* cookie) {

@@ -6,11 +6,12 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
+#include "Mutex.h"
 #include "VoxaSession.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
@@ -23,11 +24,14 @@ extern const std::vector<std::string> supportedLanguages;
 // them. One exists per process (registerService); it lives as long as its binder.
 //
 // Threads: binder threads call every operation concurrently; the PAL calls onResourcesAvailable on
-// its own thread and binder delivers client death on another. Lock order: mSessionsLock may be
-// held while a session's lock is taken, never the reverse.
+// its own thread and binder delivers client death on another. A client may call any operation from
+// inside its callbacks. mSessionsLock is held only for short work on the table and the death watch,
+// never while a session's lock is taken or a session is called, so the two never nest.
 class Voxa : public BnVoxa {
   public:
     Voxa();
+    // Closes the sessions still open and withdraws the resources-available registration, so that
+    // the PAL calls nothing of this object once it is gone.
     ~Voxa() override;
 
     // Registers the PAL resources-available notification (parameter 75) and watches the
@@ -46,26 +50,47 @@ class Voxa : public BnVoxa {
                                              std::vector<std::string>* languages) override;
 
     // The session under `handle`, or empty (logged) when there is none.
-    std::shared_ptr<VoxaSession> getSession(int handle);
+    std::shared_ptr<VoxaSession> getSession(int handle) EXCLUDES(mSessionsLock);
 
     // Stops and closes every session and empties the table; the global callback's holder died.
-    void clientDied();
+    void clientDied() EXCLUDES(mSessionsLock);
 
     // Called by the PAL with the Voxa object's address as `cookie`.
     static void onResourcesAvailable(unsigned long cookie);
 
+    // The handle the next initSession draws; for tests of the counter's wrap-around.
+    void setNextHandle(int32_t handle) { mNextHandle = handle; }
+
   private:
     // getSession for a request: an unknown handle also gets the request's own error line.
     std::shared_ptr<VoxaSession> getSessionFor(const char* operation, int32_t handle);
+    // The next handle that names no session and no initSession in progress; reserved until
+    // addSession or dropReservation.
+    int32_t reserveHandle() EXCLUDES(mSessionsLock);
+    // Puts the session in the table under its reserved handle. Returns false, and adds nothing,
+    // when the client died since `deathsSeen` was read: the caller then closes the session.
+    bool addSession(int32_t handle, const std::shared_ptr<VoxaSession>& session,
+                    uint64_t deathsSeen) EXCLUDES(mSessionsLock);
+    void dropReservation(int32_t handle) EXCLUDES(mSessionsLock);
+    uint64_t deaths() EXCLUDES(mSessionsLock);
+    // Links the death recipient to the global callback's holder; false when it cannot be watched.
+    bool watchClientL(AIBinder* binder, binder_status_t* status) REQUIRES(mSessionsLock);
 
     // Read and replaced atomically (std::atomic_load/std::atomic_store): a binder thread sets it
     // while the PAL's thread may be reading it.
     std::shared_ptr<IVoxaGlobalCallback> mGlobalCallback;
     std::atomic<int32_t> mNextHandle{0};
-    std::unordered_map<int, std::shared_ptr<VoxaSession>> mSessions;  // guarded by mSessionsLock
-    std::mutex mSessionsLock;
-    // Replaced by registerGlobalCallback and used by releaseSession, both under mSessionsLock.
-    ndk::ScopedAIBinder_DeathRecipient mDeathRecipient;
+    Mutex mSessionsLock;
+    std::unordered_map<int, std::shared_ptr<VoxaSession>> mSessions GUARDED_BY(mSessionsLock);
+    // Handles drawn by an initSession still loading its model.
+    std::unordered_set<int32_t> mReservedHandles GUARDED_BY(mSessionsLock);
+    ndk::ScopedAIBinder_DeathRecipient mDeathRecipient GUARDED_BY(mSessionsLock);
+    // Whether mDeathRecipient is linked to the global callback's holder.
+    bool mClientWatched GUARDED_BY(mSessionsLock) = false;
+    // Client deaths so far: an initSession that overlapped one closes its session.
+    uint64_t mDeaths GUARDED_BY(mSessionsLock) = 0;
+    // Whether the PAL holds our resources-available registration.
+    std::atomic<bool> mRegisteredWithPal{false};
 };
 
 // The death recipient's function; `cookie` is the Voxa object's address.

@@ -5,9 +5,9 @@
 #include <android/log.h>
 
 #include <algorithm>
-#include <chrono>
+#include <cerrno>
 #include <cstring>
-#include <thread>
+#include <string>
 #include <vector>
 
 #include "AidlToPalConverter.h"
@@ -17,26 +17,21 @@ namespace aidl::vendor::orbo::hardware::voxa {
 
 namespace {
 
-constexpr int kStatusInvalid = -22;  // -EINVAL
-
-// The waiting event thread first yields (the lock is usually held for one short PAL call), then
-// sleeps briefly between attempts so that a long hold does not cost it a whole core.
-constexpr int kYieldingAttempts = 100;
-constexpr std::chrono::microseconds kRetryPause{100};
-
-void pauseBeforeRetry(int attempt) {
-    if (attempt < kYieldingAttempts) {
-        std::this_thread::yield();
-    } else {
-        std::this_thread::sleep_for(kRetryPause);
-    }
-}
+constexpr int kStatusInvalid = -EINVAL;
 
 // A stream parameter as the PAL takes it: the count of data bytes, then the data.
 struct ParameterPayload {
     uint32_t size;
     uint8_t data[VoxaSession::kMaxParameterDataSize];
 };
+
+// The parameter as its Enter line shows it. Data too long to be sent is shown by its size alone,
+// so that a refusal costs nothing however much a client sends.
+std::string describe(const VoxaParameter& parameter) {
+    if (parameter.data.size() <= VoxaSession::kMaxParameterDataSize) return parameter.toString();
+    return "VoxaParameter{param: " + toString(parameter.param) + ", data: [" +
+           std::to_string(parameter.data.size()) + " bytes]}";
+}
 
 }  // namespace
 
@@ -81,9 +76,10 @@ int VoxaSession::openPalStream() {
 }
 
 int VoxaSession::loadModel(const VoxaModel& model) {
-    std::lock_guard<std::mutex> lock(mLock);
+    const std::string text = model.toString();
+    ScopedLock<SessionLock> lock(mLock);
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d, model %s", __func__,
-                        mHandle, model.toString().c_str());
+                        mHandle, text.c_str());
 
     int status = openPalStream();
     if (status != 0) return status;
@@ -107,9 +103,11 @@ int VoxaSession::loadModel(const VoxaModel& model) {
 }
 
 int VoxaSession::start(const VoxaConfig& config) {
-    std::lock_guard<std::mutex> lock(mLock);
+    const std::string text = config.toString();
+    ScopedLock<SessionLock> lock(mLock);
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d, config %s", __func__,
-                        mHandle, config.toString().c_str());
+                        mHandle, text.c_str());
+    if (mStreamHandle == nullptr) return refuseClosedL(__func__);
 
     std::vector<uint8_t> payload;
     AidlToPalConverter::convertConfig(config, payload);
@@ -127,14 +125,18 @@ int VoxaSession::start(const VoxaConfig& config) {
         return status;
     }
 
+    // Listening before the stream starts, so that an event the engine raises while it starts
+    // waits for the lock and is delivered once the start has succeeded.
+    const int32_t stateBefore = mState;
+    mState = kListening;
     status = pal_stream_start(mStreamHandle);
     if (status != 0) {
+        setStateL(stateBefore);
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "%s: failed to start pal stream, status = %d", __func__, status);
         return status;
     }
 
-    mState = kListening;
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
                         mHandle, status);
     return status;
@@ -142,12 +144,14 @@ int VoxaSession::start(const VoxaConfig& config) {
 
 int VoxaSession::stopL() {
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, mHandle);
+    // Not listening before the stream stops: an event thread waiting for the lock gives up
+    // instead of holding up a PAL that waits for its callbacks to return.
+    setStateL(kNotListening);
     int status = pal_stream_stop(mStreamHandle);
     if (status != 0) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "%s: error, failed to stop pal stream, status = %d", __func__, status);
     }
-    mState = kNotListening;
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
                         mHandle, status);
     return status;
@@ -155,17 +159,18 @@ int VoxaSession::stopL() {
 
 int VoxaSession::stop() {
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, mHandle);
-    std::lock_guard<std::mutex> lock(mLock);
-    int status = stopL();
+    ScopedLock<SessionLock> lock(mLock);
+    int status = mStreamHandle == nullptr ? refuseClosedL(__func__) : stopL();
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
                         mHandle, status);
     return status;
 }
 
 int VoxaSession::setParameter(const VoxaParameter& parameter) {
-    std::lock_guard<std::mutex> lock(mLock);
+    const std::string text = describe(parameter);
+    ScopedLock<SessionLock> lock(mLock);
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d, parameters %s", __func__,
-                        mHandle, parameter.toString().c_str());
+                        mHandle, text.c_str());
 
     uint32_t paramId;
     switch (parameter.param) {
@@ -189,14 +194,19 @@ int VoxaSession::setParameter(const VoxaParameter& parameter) {
         return kStatusInvalid;
     }
 
-    ParameterPayload payload = {};
-    payload.size = static_cast<uint32_t>(parameter.data.size());
-    std::copy(parameter.data.begin(), parameter.data.end(), payload.data);
-    int status = pal_stream_set_param(mStreamHandle, paramId,
+    int status;
+    if (mStreamHandle == nullptr) {
+        status = refuseClosedL(__func__);
+    } else {
+        ParameterPayload payload = {};
+        payload.size = static_cast<uint32_t>(parameter.data.size());
+        std::copy(parameter.data.begin(), parameter.data.end(), payload.data);
+        status = pal_stream_set_param(mStreamHandle, paramId,
                                       reinterpret_cast<pal_param_payload*>(&payload));
-    if (status != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: failed to set asr param, status = %d",
-                            __func__, status);
+        if (status != 0) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
+                                "%s: failed to set asr param, status = %d", __func__, status);
+        }
     }
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
                         mHandle, status);
@@ -204,8 +214,14 @@ int VoxaSession::setParameter(const VoxaParameter& parameter) {
 }
 
 int VoxaSession::close() {
-    std::lock_guard<std::mutex> lock(mLock);
+    ScopedLock<SessionLock> lock(mLock);
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, mHandle);
+    if (mStreamHandle == nullptr) {
+        int status = refuseClosedL(__func__);
+        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
+                            mHandle, status);
+        return status;
+    }
 
     if (mState == kListening) {
         int stopStatus = stopL();
@@ -221,10 +237,21 @@ int VoxaSession::close() {
                             "%s: failed to close pal stream, status = %d", __func__, status);
     }
     mStreamHandle = nullptr;
-    mState = kNotListening;
+    setStateL(kNotListening);
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
                         mHandle, status);
     return status;
+}
+
+int VoxaSession::refuseClosedL(const char* operation) {
+    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: stream closed, handle %d", operation,
+                        mHandle);
+    return kStatusInvalid;
+}
+
+void VoxaSession::setStateL(int32_t state) {
+    mState = state;
+    mLock.wake();
 }
 
 int32_t VoxaSession::palCallback(unsigned long* streamHandle, unsigned int eventId,
@@ -244,38 +271,43 @@ int32_t VoxaSession::palCallback(unsigned long* streamHandle, unsigned int event
 
 void VoxaSession::onEventCallback(unsigned int* eventData, unsigned int eventId) {
     VoxaEvent event;
+    // Keeps the session alive if the client releases it from inside the callback.
+    std::shared_ptr<VoxaSession> self = weak_from_this().lock();
 
-    // Never block on mLock: wait only while the session listens. A stop or close that holds the
-    // lock clears the state, and the event is then dropped.
-    std::unique_lock<std::mutex> lock(mLock, std::defer_lock);
-    for (int attempt = 0; !lock.try_lock() && mState == kListening; ++attempt) {
-        pauseBeforeRetry(attempt);
-    }
-
-    if (lock.owns_lock() && mState == kListening) {
-        if (eventId == PAL_ASR_EVENT_ID_SPEAKER_DIARIZATION) {
+    // Waits while the session listens; a stop or close clears the state and the event is dropped.
+    if (self != nullptr && mLock.lockToDeliver([this] { return mState != kListening; })) {
+        if (mState != kListening) {
+            mLock.unlock();
+        } else if (eventId == PAL_ASR_EVENT_ID_SPEAKER_DIARIZATION) {
             SpeakerDiarizationEvent sdzEvent;
             PalToAidlConverter::convertSdzEvent(reinterpret_cast<pal_sdz_event*>(eventData),
                                                 sdzEvent);
             __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:[%d] send sdz event", __func__,
                                 mHandle);
-            mCallback->onSdzEvent(mHandle, sdzEvent);
+            deliverAndUnlock([&] { mCallback->onSdzEvent(mHandle, sdzEvent); });
         } else if (eventId == PAL_ASR_EVENT_ID_TIMESTAMP) {
             PalToAidlConverter::convertAsrTimeStampEvent(
                     reinterpret_cast<pal_asr_ts_event*>(eventData), event);
             __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:[%d] send asr timestamp event",
                                 __func__, mHandle);
-            mCallback->onAsrEvent(mHandle, event);
+            deliverAndUnlock([&] { mCallback->onAsrEvent(mHandle, event); });
         } else {
             PalToAidlConverter::convertAsrEvent(reinterpret_cast<pal_asr_event*>(eventData), event);
             __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:[%d] send asr event", __func__,
                                 mHandle);
-            mCallback->onAsrEvent(mHandle, event);
+            deliverAndUnlock([&] { mCallback->onAsrEvent(mHandle, event); });
         }
     }
-    if (lock.owns_lock()) lock.unlock();
 
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d", __func__, mHandle);
+}
+
+template <typename Call>
+void VoxaSession::deliverAndUnlock(Call call) {
+    mLock.beginDelivery();
+    mLock.unlock();
+    call();
+    mLock.endDelivery();
 }
 
 }  // namespace aidl::vendor::orbo::hardware::voxa

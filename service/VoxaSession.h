@@ -9,7 +9,8 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
+
+#include "SessionLock.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
 
@@ -21,10 +22,16 @@ namespace aidl::vendor::orbo::hardware::voxa {
 // unchanged, or -22 where the session itself refuses the request.
 //
 // Threads: binder threads call the operations, possibly several at once; the PAL's event thread
-// enters through palCallback. mLock serialises all of them, PAL calls and client callbacks
-// included. The session's address is the stream's cookie, so a session must be closed before it is
-// destroyed; the destructor does not close the stream.
-class VoxaSession {
+// enters through palCallback. mLock serialises the operations and the start of each delivery, so
+// the session's PAL calls never overlap; the client's callback runs outside mLock, and may call
+// any operation of this or another session (SessionLock.h). After stop() or close() returns no
+// delivery of this session begins, and when called from outside a callback no delivery is running.
+//
+// Lifetime: the service owns sessions through std::shared_ptr, and a delivery holds a reference
+// for as long as it runs, so a client that releases the session from inside its callback does not
+// free it under the delivering thread. The session's address is the stream's cookie, so a session
+// must be closed before it is destroyed; the destructor does not close the stream.
+class VoxaSession : public std::enable_shared_from_this<VoxaSession> {
   public:
     VoxaSession(int handle, const std::shared_ptr<IVoxaCallback>& callback);
     ~VoxaSession();
@@ -33,17 +40,19 @@ class VoxaSession {
     VoxaSession& operator=(const VoxaSession&) = delete;
 
     // Opens the stream and sends the model (parameter 77). A refused model closes the stream again.
-    int loadModel(const VoxaModel& model);
+    int loadModel(const VoxaModel& model) EXCLUDES(mLock);
     // Sends the configuration (parameter 78) and starts the stream; on success the session
     // listens. -22 when the configuration names an unknown language.
-    int start(const VoxaConfig& config);
+    int start(const VoxaConfig& config) EXCLUDES(mLock);
     // Stops the stream, listening or not. Afterwards the session no longer listens.
-    int stop();
+    int stop() EXCLUDES(mLock);
     // Sends FORCE_OUTPUT_EVENT as parameter 80 and CUSTOM_EXTRAS as 79, with at most
     // kMaxParameterDataSize data bytes; -22 for any other parameter or more data.
-    int setParameter(const VoxaParameter& parameter);
+    int setParameter(const VoxaParameter& parameter) EXCLUDES(mLock);
     // Stops a listening session, then closes the stream; returns the close result.
-    int close();
+    int close() EXCLUDES(mLock);
+    // start, stop, setParameter and close of a session whose stream is closed (or was never
+    // opened) return -22 and call no PAL function.
 
     // The PAL stream callback; `cookie` is the session's address.
     static int32_t palCallback(unsigned long* streamHandle, unsigned int eventId,
@@ -56,16 +65,22 @@ class VoxaSession {
     static constexpr int32_t kNotListening = 0;
     static constexpr int32_t kListening = 1;
 
-    int openPalStream();  // requires mLock
-    int stopL();          // requires mLock
-    void onEventCallback(unsigned int* eventData, unsigned int eventId);
+    int openPalStream() REQUIRES(mLock);
+    int stopL() REQUIRES(mLock);
+    // Logs that `operation` found no open stream; returns -22.
+    int refuseClosedL(const char* operation) REQUIRES(mLock);
+    void setStateL(int32_t state) REQUIRES(mLock);
+    void onEventCallback(unsigned int* eventData, unsigned int eventId) EXCLUDES(mLock);
+    // Makes the client call outside mLock, marked as this session's delivery (SessionLock.h).
+    template <typename Call>
+    void deliverAndUnlock(Call call) RELEASE(mLock);
 
     const int32_t mHandle;
-    std::mutex mLock;
+    SessionLock mLock;
     // Written under mLock only; read without it by the event thread while it waits for mLock.
     std::atomic<int32_t> mState{kNotListening};
-    std::shared_ptr<IVoxaCallback> mCallback;
-    pal_stream_handle* mStreamHandle = nullptr;  // guarded by mLock
+    const std::shared_ptr<IVoxaCallback> mCallback;
+    pal_stream_handle* mStreamHandle GUARDED_BY(mLock) = nullptr;
 };
 
 }  // namespace aidl::vendor::orbo::hardware::voxa

@@ -190,16 +190,26 @@ std::future<int32_t> FakePal::raiseEventAsync(pal_stream_handle* stream, uint32_
 }
 
 bool FakePal::notifyResourcesAvailable() {
-    pal_resources_available_param registered;
     {
         std::lock_guard<std::mutex> lock(mLock);
-        registered = mResources;
+        if (mResources.callback == nullptr) return false;
     }
-    if (registered.callback == nullptr) {
-        return false;
-    }
-    post(std::packaged_task<int32_t()>([registered] {
+    // The registration is read when the notification's turn comes: a withdrawal before then
+    // leaves nothing to call.
+    post(std::packaged_task<int32_t()>([this] {
+        pal_resources_available_param registered;
+        {
+            std::lock_guard<std::mutex> lock(mLock);
+            registered = mResources;
+            mNotifying = registered.callback != nullptr;
+        }
+        if (registered.callback == nullptr) return 0;
         registered.callback(registered.cookie);
+        {
+            std::lock_guard<std::mutex> lock(mLock);
+            mNotifying = false;
+        }
+        mDeliveryDone.notify_all();
         return 0;
     })).wait();
     return true;
@@ -230,6 +240,17 @@ int32_t FakePal::record(Call call, pal_stream_handle** openedStream) {
         result = script.queued.front();
         script.queued.pop_front();
     }
+    if (call.function == Function::StreamClose) {
+        // Whatever the result, the stream calls back no more once close returns; a delivery in
+        // progress on it finishes first, unless it is the caller.
+        if (std::this_thread::get_id() != mThread.get_id()) {
+            mDeliveryDone.wait(
+                    lock, [&] { return mDelivering == nullptr || mDelivering != call.stream; });
+        }
+        if (Stream* stream = findStreamLocked(call.stream)) {
+            stream->open = false;
+        }
+    }
     if (result == 0) {
         switch (call.function) {
             case Function::StreamOpen:
@@ -241,20 +262,14 @@ int32_t FakePal::record(Call call, pal_stream_handle** openedStream) {
                     *openedStream = call.stream;
                 }
                 break;
-            case Function::StreamClose:
-                // A delivery in progress on the stream finishes first, unless it is the caller.
-                if (std::this_thread::get_id() != mThread.get_id()) {
-                    mDeliveryDone.wait(lock, [&] {
-                        return mDelivering == nullptr || mDelivering != call.stream;
-                    });
-                }
-                if (Stream* stream = findStreamLocked(call.stream)) {
-                    stream->open = false;
-                }
-                break;
             case Function::SetParam:
                 if (call.paramId == PAL_PARAM_ID_RESOURCES_AVAILABLE &&
                     call.payload.size() == sizeof(mResources)) {
+                    // Replacing the registration waits for a notification in progress, unless
+                    // it is the caller.
+                    if (std::this_thread::get_id() != mThread.get_id()) {
+                        mDeliveryDone.wait(lock, [&] { return !mNotifying; });
+                    }
                     std::memcpy(&mResources, call.payload.data(), sizeof(mResources));
                 }
                 break;

@@ -167,7 +167,8 @@ class FakePal {
     pal_resources_available_param mResources{};   // guarded by mLock
     std::array<std::function<void()>, kFunctionCount> mHooks;  // guarded by mLock
     pal_stream_handle* mDelivering = nullptr;  // guarded by mLock; the stream being called back
-    std::condition_variable mDeliveryDone;     // signalled when mDelivering is cleared
+    bool mNotifying = false;                   // guarded by mLock; resources being reported
+    std::condition_variable mDeliveryDone;     // signalled when either of the two is cleared
 
     std::mutex mQueueLock;
     std::condition_variable mQueueChanged;
