@@ -9,7 +9,7 @@ export ASAN_OPTIONS := detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS := print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS := halt_on_error=1:second_deadlock_stack=1
 
-.PHONY: all deps demo test test-asan test-tsan bench format
+.PHONY: all deps demo test test-asan test-tsan test-thread-safety bench format
 
 all: demo
 
@@ -22,7 +22,7 @@ demo: deps
 	cmake --build $(BUILD_DIR)/release --target voxa libvoxa
 	$(BUILD_DIR)/release/tools/voxa transcribe --timestamps
 
-test: deps test-asan test-tsan
+test: deps test-thread-safety test-asan test-tsan
 
 # Every test, under AddressSanitizer and UndefinedBehaviorSanitizer.
 test-asan:
@@ -42,6 +42,13 @@ test-tsan:
 	    -DCMAKE_MODULE_LINKER_FLAGS="$(SANITIZE_TSAN)"
 	cmake --build $(BUILD_DIR)/tsan
 	ctest --test-dir $(BUILD_DIR)/tsan --output-on-failure --timeout 600 -L concurrency
+
+# The service's lock discipline, proved at compile time by clang's thread-safety analysis.
+test-thread-safety:
+	cmake -S . -B $(BUILD_DIR)/thread-safety $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug \
+	    -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_CXX_FLAGS="-Wthread-safety" \
+	    -DVOXA_BUILD_TESTS=OFF -DVOXA_BUILD_ENGINE=OFF
+	cmake --build $(BUILD_DIR)/thread-safety --target voxa_service
 
 bench: deps
 	cmake -S . -B $(BUILD_DIR)/bench $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DVOXA_BUILD_TESTS=OFF \

@@ -29,9 +29,8 @@ class ServiceTest : public FakePalTest {
     }
 
     // The service object behind the interface, for what only the PAL and binder see of it.
-    unsigned long serviceAddress() const {
-        return reinterpret_cast<unsigned long>(static_cast<Voxa*>(mVoxa.get()));
-    }
+    Voxa& service() const { return *static_cast<Voxa*>(mVoxa.get()); }
+    unsigned long serviceAddress() const { return reinterpret_cast<unsigned long>(&service()); }
 
     int32_t openSession(const std::shared_ptr<RecordingCallback>& client) {
         int32_t handle = -100;

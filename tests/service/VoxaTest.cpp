@@ -1,3 +1,4 @@
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -242,7 +243,9 @@ TEST_F(VoxaTest, GlobalCallbackIsKeptWhenTheClientCannotBeWatched) {
     EXPECT_EQ(2, callback->count());
 }
 
-TEST_F(VoxaTest, ReleasingTheLastSessionStopsWatchingTheClient) {
+// The client is watched while it has sessions: releasing the last one stops watching it, and its
+// next session watches it again, so that its death still closes that session's stream.
+TEST_F(VoxaTest, TheClientIsWatchedWhileItHasSessions) {
     auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
     ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
@@ -252,6 +255,55 @@ TEST_F(VoxaTest, ReleasingTheLastSessionStopsWatchingTheClient) {
     EXPECT_EQ(1u, binder_host::deathLinkCount(global->asBinder().get()));
     ASSERT_TRUE(mVoxa->releaseSession(b).isOk());
     EXPECT_EQ(0u, binder_host::deathLinkCount(global->asBinder().get()));
+
+    mLog.clear();
+    int32_t c = openSession(client);
+    EXPECT_EQ(1u, binder_host::deathLinkCount(global->asBinder().get()));
+    EXPECT_THAT(mLog.lines(), ::testing::Not(::testing::Contains(::testing::Field(
+                                      &voxa_test::LogLine::priority, ANDROID_LOG_ERROR))));
+    binder_host::killProcessOf(global->asBinder().get());
+    EXPECT_THAT(pal().openStreams(), IsEmpty());
+    EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(c)));
+}
+
+// After the handle counter wraps around, a handle still in use is skipped: the live session keeps
+// its handle and its events.
+TEST_F(VoxaTest, WrappedHandlesSkipLiveSessions) {
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    int32_t live = openSession(client);
+    pal_stream_handle* liveStream = lastStream();
+    ASSERT_TRUE(mVoxa->startListening(live, englishConfig()).isOk());
+
+    service().setNextHandle(INT32_MAX);
+    EXPECT_EQ(INT32_MAX, openSession(client));
+    EXPECT_EQ(INT32_MIN, openSession(client));
+    service().setNextHandle(live);
+    EXPECT_EQ(live + 1, openSession(client));
+
+    EXPECT_EQ(0, pal().raiseEvent(liveStream, 0, asrPayload("still here")));
+    ASSERT_EQ(1u, client->deliveries().size());
+    EXPECT_EQ(live, client->deliveries()[0].handle);
+}
+
+// Dropping the service closes the streams it still has open and withdraws its resources-available
+// registration: nothing of the PAL's can reach the freed object.
+TEST_F(VoxaTest, DestroyingTheServiceClosesItsStreams) {
+    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    ASSERT_TRUE(mVoxa->startListening(openSession(client), englishConfig()).isOk());
+    pal_stream_handle* stream = lastStream();
+    pal().clearCalls();
+
+    mVoxa.reset();
+    binder_host::clearServices();
+    EXPECT_THAT(pal().functions(),
+                ElementsAre(Function::SetParam, Function::StreamStop, Function::StreamClose));
+    EXPECT_EQ(Bytes(16).vector(), pal().calls()[0].payload);
+    EXPECT_EQ(stream, pal().calls()[2].stream);
+    EXPECT_FALSE(pal().notifyResourcesAvailable());
+    EXPECT_EQ(fake_pal::kNotDelivered, pal().raiseEvent(stream, 0, asrPayload("late")));
+    EXPECT_THAT(client->deliveries(), IsEmpty());
 }
 
 TEST_F(VoxaTest, WithoutAGlobalCallbackReleaseAndResourcesStillWork) {

@@ -84,10 +84,20 @@ class RecordingCallback : public BnVoxaCallback {
 class CountingGlobalCallback : public BnVoxaGlobalCallback {
   public:
     ndk::ScopedAStatus onResourcesAvailable() override {
-        std::lock_guard<std::mutex> lock(mLock);
-        ++mCount;
-        mThreads.push_back(std::this_thread::get_id());
+        std::function<void()> hook;
+        {
+            std::lock_guard<std::mutex> lock(mLock);
+            ++mCount;
+            mThreads.push_back(std::this_thread::get_id());
+            hook = mHook;
+        }
+        if (hook) hook();
         return ndk::ScopedAStatus::ok();
+    }
+    // Runs inside every later notification.
+    void onCall(std::function<void()> hook) {
+        std::lock_guard<std::mutex> lock(mLock);
+        mHook = std::move(hook);
     }
     int count() const {
         std::lock_guard<std::mutex> lock(mLock);
@@ -102,6 +112,7 @@ class CountingGlobalCallback : public BnVoxaGlobalCallback {
     mutable std::mutex mLock;
     int mCount = 0;                         // guarded by mLock
     std::vector<std::thread::id> mThreads;  // guarded by mLock
+    std::function<void()> mHook;            // guarded by mLock
 };
 
 }  // namespace voxa_test
