@@ -5,11 +5,15 @@ BUILD_DIR ?= build
 GENERATOR := -G Ninja
 SANITIZE_ASAN := -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
 SANITIZE_TSAN := -fsanitize=thread -fno-omit-frame-pointer
+SANITIZE_FUZZ := -fsanitize=address,undefined,fuzzer-no-link -fno-sanitize-recover=all -fno-omit-frame-pointer
+LINK_FUZZ := -fsanitize=address,undefined
+# Seconds each fuzz target runs in make fuzz.
+FUZZ_SECONDS ?= 600
 export ASAN_OPTIONS := detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS := print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS := halt_on_error=1:second_deadlock_stack=1
 
-.PHONY: all deps demo test test-asan test-tsan test-thread-safety bench format
+.PHONY: all deps demo test test-asan test-tsan test-thread-safety test-fuzz fuzz fuzz-build stress bench format
 
 all: demo
 
@@ -22,26 +26,37 @@ demo: deps
 	cmake --build $(BUILD_DIR)/release --target voxa libvoxa
 	$(BUILD_DIR)/release/tools/voxa transcribe --timestamps
 
-test: deps test-thread-safety test-asan test-tsan
+test: deps test-thread-safety test-asan test-tsan test-fuzz
+
+# cmake's configure step for a build directory with sanitizer flags: $(call configure,DIR,FLAGS,...)
+configure = cmake -S . -B $(BUILD_DIR)/$(1) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug \
+	    -DCMAKE_C_FLAGS="$(2)" -DCMAKE_CXX_FLAGS="$(2)" \
+	    -DCMAKE_EXE_LINKER_FLAGS="$(2)" -DCMAKE_SHARED_LINKER_FLAGS="$(2)" \
+	    -DCMAKE_MODULE_LINKER_FLAGS="$(2)" $(3)
+CONFIGURE_ASAN := $(call configure,asan,$(SANITIZE_ASAN))
+CONFIGURE_TSAN := $(call configure,tsan,$(SANITIZE_TSAN),-DVOXA_CONCURRENCY_TESTS_ONLY=ON -DVOXA_BUILD_ENGINE=ON)
 
 # Every test, under AddressSanitizer and UndefinedBehaviorSanitizer.
 test-asan:
-	cmake -S . -B $(BUILD_DIR)/asan $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug \
-	    -DCMAKE_C_FLAGS="$(SANITIZE_ASAN)" -DCMAKE_CXX_FLAGS="$(SANITIZE_ASAN)" \
-	    -DCMAKE_EXE_LINKER_FLAGS="$(SANITIZE_ASAN)" -DCMAKE_SHARED_LINKER_FLAGS="$(SANITIZE_ASAN)" \
-	    -DCMAKE_MODULE_LINKER_FLAGS="$(SANITIZE_ASAN)"
+	$(CONFIGURE_ASAN)
 	cmake --build $(BUILD_DIR)/asan
 	ctest --test-dir $(BUILD_DIR)/asan --output-on-failure --timeout 600
 
 # The concurrency tests again, under ThreadSanitizer.
 test-tsan:
-	cmake -S . -B $(BUILD_DIR)/tsan $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DVOXA_CONCURRENCY_TESTS_ONLY=ON \
-	    -DVOXA_BUILD_ENGINE=ON \
-	    -DCMAKE_C_FLAGS="$(SANITIZE_TSAN)" -DCMAKE_CXX_FLAGS="$(SANITIZE_TSAN)" \
-	    -DCMAKE_EXE_LINKER_FLAGS="$(SANITIZE_TSAN)" -DCMAKE_SHARED_LINKER_FLAGS="$(SANITIZE_TSAN)" \
-	    -DCMAKE_MODULE_LINKER_FLAGS="$(SANITIZE_TSAN)"
+	$(CONFIGURE_TSAN)
 	cmake --build $(BUILD_DIR)/tsan
 	ctest --test-dir $(BUILD_DIR)/tsan --output-on-failure --timeout 600 -L concurrency
+
+# The stress test at length, under ThreadSanitizer and then AddressSanitizer.
+STRESS_OPERATIONS ?= 800000
+stress: deps
+	$(CONFIGURE_TSAN)
+	cmake --build $(BUILD_DIR)/tsan --target service_stress_test
+	VOXA_STRESS_OPERATIONS=$(STRESS_OPERATIONS) $(BUILD_DIR)/tsan/tests/service/service_stress_test
+	$(CONFIGURE_ASAN)
+	cmake --build $(BUILD_DIR)/asan --target service_stress_test
+	VOXA_STRESS_OPERATIONS=$(STRESS_OPERATIONS) $(BUILD_DIR)/asan/tests/service/service_stress_test
 
 # The service's lock discipline, proved at compile time by clang's thread-safety analysis.
 test-thread-safety:
@@ -49,6 +64,22 @@ test-thread-safety:
 	    -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_CXX_FLAGS="-Wthread-safety" \
 	    -DVOXA_BUILD_TESTS=OFF -DVOXA_BUILD_ENGINE=OFF
 	cmake --build $(BUILD_DIR)/thread-safety --target voxa_service
+
+# The libFuzzer targets under AddressSanitizer and UndefinedBehaviorSanitizer.
+fuzz-build:
+	cmake -S . -B $(BUILD_DIR)/fuzz $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug \
+	    -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+	    -DVOXA_BUILD_TESTS=OFF -DVOXA_BUILD_ENGINE=OFF -DVOXA_BUILD_FUZZERS=ON \
+	    -DCMAKE_C_FLAGS="$(SANITIZE_FUZZ)" -DCMAKE_CXX_FLAGS="$(SANITIZE_FUZZ)" \
+	    -DCMAKE_EXE_LINKER_FLAGS="$(LINK_FUZZ)" -DCMAKE_SHARED_LINKER_FLAGS="$(LINK_FUZZ)"
+	cmake --build $(BUILD_DIR)/fuzz
+
+# Every target replays its seed corpus, then looks for new inputs for a few seconds.
+test-fuzz: fuzz-build
+	scripts/run-fuzzers $(BUILD_DIR)/fuzz 5
+
+fuzz: deps fuzz-build
+	scripts/run-fuzzers $(BUILD_DIR)/fuzz $(FUZZ_SECONDS)
 
 bench: deps
 	cmake -S . -B $(BUILD_DIR)/bench $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DVOXA_BUILD_TESTS=OFF \

@@ -282,18 +282,23 @@ void Voxa::onResourcesAvailable(unsigned long cookie) {
 }
 
 void Voxa::clientDied() {
-    // Taken out of the table first: a session's stop waits for a delivery in progress, whose
-    // client may be calling the service, and must not do so holding the table lock.
-    std::unordered_map<int, std::shared_ptr<VoxaSession>> sessions;
+    // The table lock is not held while a session is stopped and closed: the stop may wait for a
+    // delivery whose client is calling the service. Each session stays in the table until it is
+    // closed, so that a request that races the death finds it (and waits for it, or closes it)
+    // rather than returning while the session still listens.
+    std::vector<std::pair<int, std::shared_ptr<VoxaSession>>> sessions;
     {
         ScopedLock<Mutex> lock(mSessionsLock);
-        sessions.swap(mSessions);
+        sessions.assign(mSessions.begin(), mSessions.end());
         ++mDeaths;
         mClientWatched = false;
     }
     for (auto& [handle, session] : sessions) {
         session->stop();
         session->close();
+        ScopedLock<Mutex> lock(mSessionsLock);
+        auto entry = mSessions.find(handle);
+        if (entry != mSessions.end() && entry->second == session) mSessions.erase(entry);
     }
 }
 

@@ -1,0 +1,308 @@
+// Sequences of IVoxa operations chosen by the fuzz bytes: their arguments (known and unknown
+// handles, configurations, parameter data of any size), the results the fake PAL returns, the
+// events it raises, resources notifications, client deaths, and client callbacks that call back
+// into the service. After every step the streams the fake holds open are exactly those of the
+// sessions the client still holds, and no event ever reaches a session after its stop or release
+// returned (or before it started); after the service is gone no stream is open.
+#include <aidl/vendor/orbo/hardware/voxa/BnVoxaCallback.h>
+#include <aidl/vendor/orbo/hardware/voxa/BnVoxaGlobalCallback.h>
+#include <aidl/vendor/orbo/hardware/voxa/IVoxa.h>
+#include <android/binder_manager.h>
+#include <android/log.h>
+#include <binder_host/test_controls.h>
+#include <fuzzer/FuzzedDataProvider.h>
+#include <pal/fake_pal.h>
+
+#include <cstring>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+
+#include "Service.h"
+
+using namespace aidl::vendor::orbo::hardware::voxa;
+using fake_pal::FakePal;
+using fake_pal::Function;
+
+namespace {
+
+constexpr size_t kMaxSteps = 64;
+
+// What the client knows of its sessions: the stream of each one it holds, and those that must
+// not hear an event now.
+struct ClientModel {
+    std::mutex lock;
+    std::map<int32_t, pal_stream_handle*> live;
+    std::set<int32_t> quiet;
+};
+
+// What both of the client's callbacks do: check that the event may arrive, then make the call
+// back into the service that the fuzz input asked for, once.
+class Hearing {
+  public:
+    explicit Hearing(ClientModel& model) : mModel(model) {}
+
+    // Runs once inside the next callback, with the session handle it was called for (-1 for a
+    // resources notification).
+    std::function<void(int32_t)> nested;
+
+  protected:
+    ndk::ScopedAStatus heard(int32_t handle) {
+        if (handle >= 0) {
+            std::lock_guard<std::mutex> guard(mModel.lock);
+            if (mModel.quiet.count(handle) != 0 || mModel.live.count(handle) == 0) {
+                __builtin_trap();  // an event for a session that is not listening
+            }
+        }
+        std::function<void(int32_t)> call = std::move(nested);
+        nested = nullptr;
+        if (call) call(handle);
+        return ndk::ScopedAStatus::ok();
+    }
+
+  private:
+    ClientModel& mModel;
+};
+
+class SessionClient : public BnVoxaCallback, public Hearing {
+  public:
+    using Hearing::Hearing;
+    ndk::ScopedAStatus onAsrEvent(int32_t handle, const VoxaEvent&) override {
+        return heard(handle);
+    }
+    ndk::ScopedAStatus onSdzEvent(int32_t handle, const SpeakerDiarizationEvent&) override {
+        return heard(handle);
+    }
+};
+
+class GlobalClient : public BnVoxaGlobalCallback, public Hearing {
+  public:
+    using Hearing::Hearing;
+    ndk::ScopedAStatus onResourcesAvailable() override { return heard(-1); }
+};
+
+class Run {
+  public:
+    explicit Run(FuzzedDataProvider& input) : mInput(input) {
+        FakePal::instance().reset();
+        binder_host::clearServices();
+        registerService();
+        mVoxa = IVoxa::fromBinder(ndk::SpAIBinder(
+                AServiceManager_checkService("vendor.orbo.hardware.voxa.IVoxa/default")));
+    }
+
+    ~Run() {
+        mVoxa.reset();
+        binder_host::clearServices();
+        if (!FakePal::instance().openStreams().empty()) __builtin_trap();
+    }
+
+    void step() {
+        switch (mInput.ConsumeIntegralInRange<int>(0, 12)) {
+            case 0:
+                registerGlobalCallback();
+                break;
+            case 1:
+                initSession();
+                break;
+            case 2:
+                start(anyHandle());
+                break;
+            case 3:
+                setParameter(anyHandle());
+                break;
+            case 4:
+                stop(anyHandle());
+                break;
+            case 5:
+                release(anyHandle());
+                break;
+            case 6: {
+                std::vector<std::string> languages;
+                mVoxa->getSupportedLanguages(anyHandle(), &languages);
+                break;
+            }
+            case 7:
+                scriptPal();
+                break;
+            case 8:
+                raiseEvent();
+                break;
+            case 9:
+                FakePal::instance().notifyResourcesAvailable();
+                break;
+            case 10:
+                die();
+                break;
+            default:
+                callBackOnNextEvent();
+                break;
+        }
+        checkStreams();
+    }
+
+  private:
+    int32_t anyHandle() {
+        std::lock_guard<std::mutex> guard(mModel.lock);
+        if (mModel.live.empty() || mInput.ConsumeIntegralInRange<int>(0, 7) == 0) {
+            return mInput.ConsumeIntegralInRange<int32_t>(-2, 70);
+        }
+        auto entry = mModel.live.begin();
+        std::advance(entry, mInput.ConsumeIntegralInRange<size_t>(0, mModel.live.size() - 1));
+        return entry->first;
+    }
+
+    void registerGlobalCallback() {
+        if (mGlobal == nullptr || mInput.ConsumeBool()) {
+            mGlobal = ndk::SharedRefBase::make<GlobalClient>(mModel);
+        }
+        if (mVoxa->registerGlobalCallback(mGlobal).isOk()) mWatched = mGlobal;
+    }
+
+    void initSession() {
+        VoxaModel model;
+        model.vendorUuid = mInput.ConsumeBool() ? "12345678-9abc-def0-1234-56789abcdef0"
+                                                : mInput.ConsumeRandomLengthString(40);
+        model.dataSize = mInput.ConsumeIntegral<int32_t>();
+        int32_t handle;
+        if (!mVoxa->initSession(model, mSessions, &handle).isOk()) return;
+        std::lock_guard<std::mutex> guard(mModel.lock);
+        mModel.live[handle] = FakePal::instance().calls(Function::StreamOpen).back().stream;
+        mModel.quiet.insert(handle);
+    }
+
+    void start(int32_t handle) {
+        VoxaConfig config;
+        const char* codes[] = {"en-US", "fr-FR", "xx-XX", ""};
+        config.input_lang_code = codes[mInput.ConsumeIntegralInRange<int>(0, 3)];
+        config.output_lang_code = codes[mInput.ConsumeIntegralInRange<int>(0, 3)];
+        config.mode = static_cast<TranscriptionMode>(mInput.ConsumeIntegralInRange<int>(-1, 4));
+        config.data = mInput.ConsumeBytes<uint8_t>(mInput.ConsumeIntegralInRange<size_t>(0, 64));
+        bool wasQuiet;
+        {
+            std::lock_guard<std::mutex> guard(mModel.lock);
+            wasQuiet = mModel.quiet.erase(handle) != 0;
+        }
+        if (!mVoxa->startListening(handle, config).isOk() && wasQuiet) {
+            std::lock_guard<std::mutex> guard(mModel.lock);
+            mModel.quiet.insert(handle);
+        }
+    }
+
+    void setParameter(int32_t handle) {
+        VoxaParameter parameter;
+        parameter.param = static_cast<ParameterType>(mInput.ConsumeIntegralInRange<int>(-2, 3));
+        parameter.data = mInput.ConsumeBytes<uint8_t>(mInput.ConsumeIntegralInRange<size_t>(0, 40));
+        mVoxa->setParameter(handle, parameter);
+    }
+
+    void stop(int32_t handle) {
+        mVoxa->stopListening(handle);
+        std::lock_guard<std::mutex> guard(mModel.lock);
+        mModel.quiet.insert(handle);
+    }
+
+    void release(int32_t handle) {
+        mVoxa->releaseSession(handle);
+        std::lock_guard<std::mutex> guard(mModel.lock);
+        mModel.live.erase(handle);
+        mModel.quiet.insert(handle);
+    }
+
+    void scriptPal() {
+        const int32_t results[] = {0, -EBUSY, -EINVAL, -ENOSYS, -EIO};
+        FakePal::instance().queueResults(
+                static_cast<Function>(mInput.ConsumeIntegralInRange<int>(0, 5)),
+                {results[mInput.ConsumeIntegralInRange<int>(0, 4)]});
+    }
+
+    void raiseEvent() {
+        pal_stream_handle* stream = nullptr;
+        {
+            std::lock_guard<std::mutex> guard(mModel.lock);
+            if (!mModel.live.empty()) {
+                auto entry = mModel.live.begin();
+                std::advance(entry,
+                             mInput.ConsumeIntegralInRange<size_t>(0, mModel.live.size() - 1));
+                stream = entry->second;
+            }
+        }
+        if (stream == nullptr) return;
+        uint32_t eventId = mInput.ConsumeIntegralInRange<uint32_t>(0, 3);
+        // One result (or one speaker) whose first fields come from the input; no trailing data.
+        std::vector<uint8_t> payload(eventId == 1 ? 8 + sizeof(pal_asr_ts_result)
+                                                  : 8 + sizeof(pal_asr_result));
+        std::vector<uint8_t> head = mInput.ConsumeBytes<uint8_t>(64);
+        std::copy(head.begin(), head.end(), payload.begin() + 8);
+        uint32_t one = 1;
+        std::memcpy(payload.data() + (eventId == 2 ? 0 : 4), &one, sizeof(one));
+        if (eventId == 2) std::memcpy(payload.data() + 8, &one, sizeof(one));
+        FakePal::instance().raiseEvent(stream, eventId, payload);
+    }
+
+    void die() {
+        if (mWatched == nullptr) return;
+        binder_host::killProcessOf(mWatched->asBinder().get());
+        std::lock_guard<std::mutex> guard(mModel.lock);
+        for (auto& [handle, stream] : mModel.live) mModel.quiet.insert(handle);
+        mModel.live.clear();
+        mWatched = nullptr;
+        mGlobal = nullptr;
+    }
+
+    // The next callback (an event of a session or a resources notification) calls the service.
+    void callBackOnNextEvent() {
+        int operation = mInput.ConsumeIntegralInRange<int>(0, 4);
+        int32_t other = anyHandle();
+        bool own = mInput.ConsumeBool();
+        auto nested = [this, operation, other, own](int32_t handle) {
+            int32_t target = own && handle >= 0 ? handle : other;
+            switch (operation) {
+                case 0:
+                    stop(target);
+                    break;
+                case 1:
+                    release(target);
+                    break;
+                case 2:
+                    start(target);
+                    break;
+                case 3:
+                    setParameter(target);
+                    break;
+                default:
+                    initSession();
+                    break;
+            }
+        };
+        mSessions->nested = nested;
+        if (mGlobal != nullptr) mGlobal->nested = nested;
+    }
+
+    void checkStreams() {
+        std::vector<pal_stream_handle*> open = FakePal::instance().openStreams();
+        std::lock_guard<std::mutex> guard(mModel.lock);
+        std::set<pal_stream_handle*> held;
+        for (auto& [handle, stream] : mModel.live) held.insert(stream);
+        if (held != std::set<pal_stream_handle*>(open.begin(), open.end())) __builtin_trap();
+    }
+
+    FuzzedDataProvider& mInput;
+    ClientModel mModel;
+    std::shared_ptr<IVoxa> mVoxa;
+    std::shared_ptr<SessionClient> mSessions = ndk::SharedRefBase::make<SessionClient>(mModel);
+    std::shared_ptr<GlobalClient> mGlobal;
+    std::shared_ptr<GlobalClient> mWatched;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size > 4096) return 0;
+    __android_log_set_logger([](const __android_logger_data*, const char*) {});
+    FuzzedDataProvider input(data, size);
+    Run run(input);
+    for (size_t i = 0; i < kMaxSteps && input.remaining_bytes() > 0; ++i) run.step();
+    return 0;
+}

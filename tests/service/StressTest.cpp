@@ -1,0 +1,255 @@
+// Eight client threads run random operations on sessions of their own and on each other's, while
+// the fake PAL raises all three event kinds from its own thread and reports resources, callbacks
+// call back into the service, and a ninth thread makes the client die now and then. Afterwards:
+// no event reached a session that was not listening (after its stop or release returned), every
+// handle was unique, and every stream is closed. VOXA_STRESS_OPERATIONS sets the number of
+// operations (make stress runs 800,000); a watchdog turns a hang into a failure with each
+// thread's last operation.
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "ServiceTestSupport.h"
+
+namespace aidl::vendor::orbo::hardware::voxa {
+namespace {
+
+constexpr int kClientThreads = 8;
+constexpr auto kWatchdogLimit = std::chrono::minutes(20);
+
+// What the client knows of one session. The client serialises its own start, stop and release
+// of a session (clientLock) so that it knows when the session may hear events.
+struct SessionRecord {
+    std::mutex clientLock;
+    std::atomic<bool> mayHear{false};  // set before a start, cleared once a stop returned
+    std::atomic<bool> released{false};
+};
+
+struct Counts {
+    std::atomic<long> operations{0};
+    std::atomic<long> deaths{0};
+    std::atomic<long> delivered{0};
+    std::atomic<long> raised{0};
+    std::atomic<long> violations{0};
+};
+
+class StressTest : public ServiceTest {
+  protected:
+    class Client : public BnVoxaCallback {
+      public:
+        explicit Client(StressTest& test) : mTest(test) {}
+        ndk::ScopedAStatus onAsrEvent(int32_t handle, const VoxaEvent&) override {
+            mTest.heard(handle);
+            return ndk::ScopedAStatus::ok();
+        }
+        ndk::ScopedAStatus onSdzEvent(int32_t handle, const SpeakerDiarizationEvent&) override {
+            mTest.heard(handle);
+            return ndk::ScopedAStatus::ok();
+        }
+
+      private:
+        StressTest& mTest;
+    };
+
+    std::shared_ptr<SessionRecord> record(int32_t handle) {
+        std::lock_guard<std::mutex> lock(mSessionsLock);
+        auto entry = mSessions.find(handle);
+        return entry == mSessions.end() ? nullptr : entry->second;
+    }
+
+    void heard(int32_t handle) {
+        mCounts.delivered++;
+        std::shared_ptr<SessionRecord> session = record(handle);
+        if (session == nullptr || session->released || !session->mayHear) {
+            mCounts.violations++;
+            fprintf(stderr, "event for handle %d, which was not listening (%s)\n", handle,
+                    session == nullptr  ? "gone"
+                    : session->released ? "released"
+                                        : "stopped");
+        }
+        // Now and then the callback ends its own session, if no client thread is at it.
+        thread_local std::mt19937 random(7);
+        if (session != nullptr && random() % 8 == 0 && session->clientLock.try_lock()) {
+            std::lock_guard<std::mutex> lock(session->clientLock, std::adopt_lock);
+            if (random() % 2 == 0) {
+                stop(handle, *session);
+            } else {
+                release(handle, *session);
+            }
+        }
+    }
+
+    void initSession() {
+        int32_t handle;
+        if (!mVoxa->initSession(testModel(), mClient, &handle).isOk()) return;
+        std::lock_guard<std::mutex> lock(mSessionsLock);
+        if (!mHandles.insert(handle).second) mCounts.violations++;
+        mSessions[handle] = std::make_shared<SessionRecord>();
+    }
+
+    void start(int32_t handle, SessionRecord& session) {
+        bool before = session.mayHear;
+        session.mayHear = true;
+        if (!mVoxa->startListening(handle, englishConfig()).isOk()) session.mayHear = before;
+    }
+
+    void stop(int32_t handle, SessionRecord& session) {
+        mVoxa->stopListening(handle);
+        session.mayHear = false;
+    }
+
+    void release(int32_t handle, SessionRecord& session) {
+        mVoxa->releaseSession(handle);
+        session.released = true;
+        std::lock_guard<std::mutex> lock(mSessionsLock);
+        mSessions.erase(handle);
+    }
+
+    void clientThread(int index, long operations) {
+        std::mt19937 random(index);
+        VoxaParameter force;
+        force.param = ParameterType::FORCE_OUTPUT_EVENT;
+        for (long i = 0; i < operations; ++i, mCounts.operations++) {
+            int operation = random() % 8;
+            mLastOperation[index] = operation;
+            if (operation == 0) {
+                initSession();
+                continue;
+            }
+            if (operation == 7) {
+                std::vector<std::string> languages;
+                mVoxa->getSupportedLanguages(0, &languages);
+                continue;
+            }
+            int32_t handle;
+            std::shared_ptr<SessionRecord> session;
+            {
+                std::lock_guard<std::mutex> lock(mSessionsLock);
+                session = anySessionLocked(random, &handle);
+            }
+            if (session == nullptr) continue;
+            if (operation == 6) {
+                mVoxa->setParameter(handle, force);
+                continue;
+            }
+            std::lock_guard<std::mutex> lock(session->clientLock);
+            if (operation <= 2) {
+                start(handle, *session);
+            } else if (operation <= 4) {
+                stop(handle, *session);
+            } else {
+                release(handle, *session);
+            }
+        }
+    }
+
+    std::shared_ptr<SessionRecord> anySessionLocked(std::mt19937& random, int32_t* handle) {
+        if (mSessions.empty()) return nullptr;
+        auto entry = mSessions.begin();
+        std::advance(entry, random() % mSessions.size());
+        *handle = entry->first;
+        return entry->second;
+    }
+
+    // The client's process dies: every session it had is closed once the death returns.
+    void die(const std::shared_ptr<CountingGlobalCallback>& global) {
+        std::map<int32_t, std::shared_ptr<SessionRecord>> before;
+        {
+            std::lock_guard<std::mutex> lock(mSessionsLock);
+            before = mSessions;
+        }
+        binder_host::killProcessOf(global->asBinder().get());
+        mCounts.deaths++;
+        std::lock_guard<std::mutex> lock(mSessionsLock);
+        for (auto& [handle, session] : before) {
+            session->released = true;
+            mSessions.erase(handle);
+        }
+    }
+
+    std::shared_ptr<Client> mClient = ndk::SharedRefBase::make<Client>(*this);
+    std::mutex mSessionsLock;
+    std::map<int32_t, std::shared_ptr<SessionRecord>> mSessions;  // guarded by mSessionsLock
+    std::set<int32_t> mHandles;                                   // guarded by mSessionsLock
+    std::atomic<int> mLastOperation[kClientThreads] = {};
+    Counts mCounts;
+};
+
+TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
+    const char* configured = std::getenv("VOXA_STRESS_OPERATIONS");
+    const long operations = configured != nullptr ? std::atol(configured) : 16000;
+    std::atomic<bool> done{false};
+    std::mutex doneLock;
+    std::condition_variable finished;
+
+    std::thread watchdog([&] {
+        std::unique_lock<std::mutex> lock(doneLock);
+        if (finished.wait_for(lock, kWatchdogLimit, [&] { return done.load(); })) return;
+        fprintf(stderr, "stress: no progress after %ld operations; last operation per thread:",
+                mCounts.operations.load());
+        for (auto& last : mLastOperation) fprintf(stderr, " %d", last.load());
+        fprintf(stderr, "\n");
+        std::abort();
+    });
+
+    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
+    std::atomic<int> clientsDone{0};
+    std::vector<std::thread> clients;
+    for (int t = 0; t < kClientThreads; ++t) {
+        clients.emplace_back([&, t] {
+            clientThread(t, operations / kClientThreads);
+            clientsDone++;
+        });
+    }
+    std::thread pal([&] {
+        const std::vector<uint8_t> payloads[] = {asrPayload("plain"), timestampPayload("word"),
+                                                 sdzPayload(3)};
+        for (long n = 0; clientsDone < kClientThreads; ++n) {
+            for (pal_stream_handle* stream : FakePal::instance().openStreams()) {
+                uint32_t eventId = n % 3;
+                if (FakePal::instance().raiseEvent(stream, eventId, payloads[eventId]) == 0) {
+                    mCounts.raised++;
+                }
+            }
+            if (n % 16 == 0) FakePal::instance().notifyResourcesAvailable();
+            std::this_thread::yield();
+        }
+    });
+    std::thread killer([&] {
+        std::mt19937 random(99);
+        std::shared_ptr<CountingGlobalCallback> current = global;
+        while (clientsDone < kClientThreads) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(random() % 20));
+            die(current);
+            current = ndk::SharedRefBase::make<CountingGlobalCallback>();
+            mVoxa->registerGlobalCallback(current);
+        }
+        die(current);
+    });
+
+    for (std::thread& client : clients) client.join();
+    pal.join();
+    killer.join();
+    {
+        std::lock_guard<std::mutex> lock(doneLock);
+        done = true;
+    }
+    finished.notify_all();
+    watchdog.join();
+
+    printf("stress: %ld operations, %ld client deaths, %ld events delivered, %ld dropped\n",
+           mCounts.operations.load(), mCounts.deaths.load(), mCounts.delivered.load(),
+           mCounts.raised.load() - mCounts.delivered.load());
+    EXPECT_EQ(0, mCounts.violations.load());
+    EXPECT_THAT(FakePal::instance().openStreams(), ::testing::IsEmpty());
+}
+
+}  // namespace
+}  // namespace aidl::vendor::orbo::hardware::voxa
