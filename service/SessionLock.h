@@ -53,6 +53,16 @@ class CAPABILITY("mutex") SessionLock {
         return true;
     }
 
+    // Takes the lock if it comes free within `patience`; for reports that must not wait on a
+    // session busy in a long PAL call.
+    template <typename Duration>
+    bool tryLockFor(Duration patience) TRY_ACQUIRE(true) {
+        std::unique_lock<std::mutex> state(mStateMutex);
+        if (!mChanged.wait_for(state, patience, [this] { return !mHeld; })) return false;
+        takeLocked();
+        return true;
+    }
+
     // Makes waiters look at their condition again (after a change that may make them give up).
     void wake() {
         { std::lock_guard<std::mutex> state(mStateMutex); }

@@ -5,9 +5,12 @@
 #include <android/binder_ibinder.h>
 #include <android/log.h>
 #include <pal/pal_api.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <map>
+#include <sstream>
 
 #include "Utils.h"
 
@@ -16,6 +19,9 @@ namespace aidl::vendor::orbo::hardware::voxa {
 namespace {
 
 constexpr int kStatusInvalid = -EINVAL;
+
+// How long dump() waits for a session's lock before it reports the session as busy.
+constexpr std::chrono::milliseconds kDumpPatience{100};
 
 // Row i names the language whose id is i; the codes must stay in step with languageCodeMap.
 constexpr std::array<const char*, 100> kSupportedLanguages = {
@@ -275,10 +281,40 @@ ndk::ScopedAStatus Voxa::registerGlobalCallback(
 void Voxa::onResourcesAvailable(unsigned long cookie) {
     if (cookie != 0) {
         auto* voxa = reinterpret_cast<Voxa*>(cookie);
+        voxa->mResourcesNotifications++;
         std::shared_ptr<IVoxaGlobalCallback> callback = std::atomic_load(&voxa->mGlobalCallback);
         if (callback != nullptr) callback->onResourcesAvailable();
     }
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit", __func__);
+}
+
+binder_status_t Voxa::dump(int fd, const char** /*args*/, uint32_t /*numArgs*/) {
+    std::map<int, std::shared_ptr<VoxaSession>> sessions;
+    bool watched;
+    uint64_t issued;
+    {
+        ScopedLock<Mutex> lock(mSessionsLock);
+        sessions.insert(mSessions.begin(), mSessions.end());
+        watched = mClientWatched;
+        issued = mHandlesIssued;
+    }
+    std::ostringstream out;
+    out << descriptor << "/default, interface version " << version << "\n"
+        << "handles issued: " << issued << ", next " << mNextHandle << "\n"
+        << "global callback: " << (std::atomic_load(&mGlobalCallback) ? "registered" : "none")
+        << ", holder " << (watched ? "watched" : "not watched") << "\n"
+        << "resources-available notifications: " << mResourcesNotifications << "\n"
+        << "sessions: " << sessions.size() << "\n";
+    for (auto& [handle, session] : sessions) out << session->dump(kDumpPatience);
+
+    const std::string report = out.str();
+    for (size_t written = 0; written < report.size();) {
+        ssize_t result = write(fd, report.data() + written, report.size() - written);
+        if (result < 0 && errno == EINTR) continue;
+        if (result < 0) return STATUS_FAILED_TRANSACTION;
+        written += static_cast<size_t>(result);
+    }
+    return STATUS_OK;
 }
 
 void Voxa::clientDied() {
@@ -308,6 +344,7 @@ int32_t Voxa::reserveHandle() {
     int32_t handle;
     do {
         handle = mNextHandle.fetch_add(1);
+        ++mHandlesIssued;
     } while (mSessions.count(handle) != 0 || mReservedHandles.count(handle) != 0);
     mReservedHandles.insert(handle);
     return handle;

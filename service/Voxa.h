@@ -49,6 +49,11 @@ class Voxa : public BnVoxa {
     ndk::ScopedAStatus getSupportedLanguages(int32_t handle,
                                              std::vector<std::string>* languages) override;
 
+    // The state report that dumpsys prints: handles issued, the global callback and whether its
+    // holder is watched, resources notifications, and every session (VoxaSession::dump). Never
+    // waits long on a session that is busy in a PAL call.
+    binder_status_t dump(int fd, const char** args, uint32_t numArgs) override;
+
     // The session under `handle`, or empty (logged) when there is none.
     std::shared_ptr<VoxaSession> getSession(int handle) EXCLUDES(mSessionsLock);
 
@@ -89,6 +94,8 @@ class Voxa : public BnVoxa {
     bool mClientWatched GUARDED_BY(mSessionsLock) = false;
     // Client deaths so far: an initSession that overlapped one closes its session.
     uint64_t mDeaths GUARDED_BY(mSessionsLock) = 0;
+    uint64_t mHandlesIssued GUARDED_BY(mSessionsLock) = 0;
+    std::atomic<uint64_t> mResourcesNotifications{0};
     // Whether the PAL holds our resources-available registration.
     std::atomic<bool> mRegisteredWithPal{false};
 };

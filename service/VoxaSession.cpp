@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,17 @@ std::string describe(const VoxaParameter& parameter) {
     if (parameter.data.size() <= VoxaSession::kMaxParameterDataSize) return parameter.toString();
     return "VoxaParameter{param: " + toString(parameter.param) + ", data: [" +
            std::to_string(parameter.data.size()) + " bytes]}";
+}
+
+// The configuration as dump() shows it: what decides the engine's work, without the free data.
+std::string summarise(const VoxaConfig& config) {
+    auto code = [](const std::string& text) { return text.substr(0, 16); };
+    auto onOff = [](bool value) { return value ? "on" : "off"; };
+    return code(config.input_lang_code) + " -> " + code(config.output_lang_code) + ", mode " +
+           toString(config.mode) + ", translation " + onOff(config.enable_translation) +
+           ", diarization " + onOff(config.enable_speaker_diarization) + ", timestamps " +
+           onOff(config.enable_text_timestamp) + ", silence " +
+           std::to_string(config.silence_detection_duration) + " ms";
 }
 
 }  // namespace
@@ -66,8 +78,10 @@ int VoxaSession::openPalStream() {
     device.config.channels.map[0] = 1;
     device.config.channels.map[1] = 2;
 
-    int status = pal_stream_open(&attributes, 1, &device, 0, nullptr, &VoxaSession::palCallback,
-                                 reinterpret_cast<unsigned long>(this), &mStreamHandle);
+    int status = palResultL(
+            "pal_stream_open",
+            pal_stream_open(&attributes, 1, &device, 0, nullptr, &VoxaSession::palCallback,
+                            reinterpret_cast<unsigned long>(this), &mStreamHandle));
     if (status != 0) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: failed to open pal stream, status %d",
                             __func__, status);
@@ -80,14 +94,16 @@ int VoxaSession::loadModel(const VoxaModel& model) {
     ScopedLock<SessionLock> lock(mLock);
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d, model %s", __func__,
                         mHandle, text.c_str());
+    mModel = model.vendorUuid.substr(0, 64) + " (" + std::to_string(model.dataSize) + " bytes)";
 
     int status = openPalStream();
     if (status != 0) return status;
 
     std::vector<uint8_t> payload;
     AidlToPalConverter::convertModel(model, payload);
-    status = pal_stream_set_param(mStreamHandle, PAL_PARAM_ID_ASR_MODEL,
-                                  reinterpret_cast<pal_param_payload*>(payload.data()));
+    status = palResultL("pal_stream_set_param(model)",
+                        pal_stream_set_param(mStreamHandle, PAL_PARAM_ID_ASR_MODEL,
+                                             reinterpret_cast<pal_param_payload*>(payload.data())));
     if (status != 0) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: failed to set asr model, status = %d",
                             __func__, status);
@@ -108,6 +124,7 @@ int VoxaSession::start(const VoxaConfig& config) {
     __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d, config %s", __func__,
                         mHandle, text.c_str());
     if (mStreamHandle == nullptr) return refuseClosedL(__func__);
+    mConfig = summarise(config);
 
     std::vector<uint8_t> payload;
     AidlToPalConverter::convertConfig(config, payload);
@@ -117,8 +134,10 @@ int VoxaSession::start(const VoxaConfig& config) {
         return kStatusInvalid;
     }
 
-    int status = pal_stream_set_param(mStreamHandle, PAL_PARAM_ID_ASR_CONFIG,
-                                      reinterpret_cast<pal_param_payload*>(payload.data()));
+    int status =
+            palResultL("pal_stream_set_param(config)",
+                       pal_stream_set_param(mStreamHandle, PAL_PARAM_ID_ASR_CONFIG,
+                                            reinterpret_cast<pal_param_payload*>(payload.data())));
     if (status != 0) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: failed to set asr config, status = %d",
                             __func__, status);
@@ -129,7 +148,7 @@ int VoxaSession::start(const VoxaConfig& config) {
     // waits for the lock and is delivered once the start has succeeded.
     const int32_t stateBefore = mState;
     mState = kListening;
-    status = pal_stream_start(mStreamHandle);
+    status = palResultL("pal_stream_start", pal_stream_start(mStreamHandle));
     if (status != 0) {
         setStateL(stateBefore);
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
@@ -147,7 +166,7 @@ int VoxaSession::stopL() {
     // Not listening before the stream stops: an event thread waiting for the lock gives up
     // instead of holding up a PAL that waits for its callbacks to return.
     setStateL(kNotListening);
-    int status = pal_stream_stop(mStreamHandle);
+    int status = palResultL("pal_stream_stop", pal_stream_stop(mStreamHandle));
     if (status != 0) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "%s: error, failed to stop pal stream, status = %d", __func__, status);
@@ -201,8 +220,9 @@ int VoxaSession::setParameter(const VoxaParameter& parameter) {
         ParameterPayload payload = {};
         payload.size = static_cast<uint32_t>(parameter.data.size());
         std::copy(parameter.data.begin(), parameter.data.end(), payload.data);
-        status = pal_stream_set_param(mStreamHandle, paramId,
-                                      reinterpret_cast<pal_param_payload*>(&payload));
+        status = palResultL("pal_stream_set_param(parameter)",
+                            pal_stream_set_param(mStreamHandle, paramId,
+                                                 reinterpret_cast<pal_param_payload*>(&payload)));
         if (status != 0) {
             __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                                 "%s: failed to set asr param, status = %d", __func__, status);
@@ -231,7 +251,7 @@ int VoxaSession::close() {
         }
     }
 
-    int status = pal_stream_close(mStreamHandle);
+    int status = palResultL("pal_stream_close", pal_stream_close(mStreamHandle));
     if (status != 0) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
                             "%s: failed to close pal stream, status = %d", __func__, status);
@@ -254,6 +274,37 @@ void VoxaSession::setStateL(int32_t state) {
     mLock.wake();
 }
 
+int VoxaSession::palResultL(const char* function, int status) {
+    if (status != 0) mLastPalError = std::string(function) + " " + std::to_string(status);
+    return status;
+}
+
+std::string VoxaSession::dump(std::chrono::milliseconds patience) {
+    std::ostringstream out;
+    out << "  handle " << mHandle << ": " << (mState == kListening ? "listening" : "not listening");
+    if (mLock.tryLockFor(patience)) {
+        auto orNone = [](const std::string& text) { return text.empty() ? "none" : text; };
+        out << ", stream ";
+        if (mStreamHandle == nullptr) {
+            out << "closed";
+        } else {
+            out << static_cast<const void*>(mStreamHandle);
+        }
+        out << "\n    model: " << orNone(mModel) << "\n    last configuration: " << orNone(mConfig)
+            << "\n    last PAL error: " << orNone(mLastPalError) << "\n";
+        mLock.unlock();
+    } else {
+        out << ", busy in a PAL call\n";
+    }
+    auto counts = [](const std::array<std::atomic<uint64_t>, kEventKinds>& kinds) {
+        return "plain " + std::to_string(kinds[kPlain]) + ", time-stamped " +
+               std::to_string(kinds[kTimestamp]) + ", diarization " + std::to_string(kinds[kSdz]);
+    };
+    out << "    events delivered: " << counts(mDelivered) << "; dropped: " << counts(mDropped)
+        << "\n";
+    return out.str();
+}
+
 int32_t VoxaSession::palCallback(unsigned long* streamHandle, unsigned int eventId,
                                  unsigned int* eventData, unsigned int eventDataSize,
                                  unsigned long cookie) {
@@ -271,21 +322,28 @@ int32_t VoxaSession::palCallback(unsigned long* streamHandle, unsigned int event
 
 void VoxaSession::onEventCallback(unsigned int* eventData, unsigned int eventId) {
     VoxaEvent event;
+    const EventKind kind = eventId == PAL_ASR_EVENT_ID_SPEAKER_DIARIZATION ? kSdz
+                           : eventId == PAL_ASR_EVENT_ID_TIMESTAMP         ? kTimestamp
+                                                                           : kPlain;
     // Keeps the session alive if the client releases it from inside the callback.
     std::shared_ptr<VoxaSession> self = weak_from_this().lock();
 
     // Waits while the session listens; a stop or close clears the state and the event is dropped.
-    if (self != nullptr && mLock.lockToDeliver([this] { return mState != kListening; })) {
-        if (mState != kListening) {
-            mLock.unlock();
-        } else if (eventId == PAL_ASR_EVENT_ID_SPEAKER_DIARIZATION) {
+    if (self == nullptr || !mLock.lockToDeliver([this] { return mState != kListening; })) {
+        mDropped[kind]++;
+    } else if (mState != kListening) {
+        mLock.unlock();
+        mDropped[kind]++;
+    } else {
+        mDelivered[kind]++;
+        if (kind == kSdz) {
             SpeakerDiarizationEvent sdzEvent;
             PalToAidlConverter::convertSdzEvent(reinterpret_cast<pal_sdz_event*>(eventData),
                                                 sdzEvent);
             __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:[%d] send sdz event", __func__,
                                 mHandle);
             deliverAndUnlock([&] { mCallback->onSdzEvent(mHandle, sdzEvent); });
-        } else if (eventId == PAL_ASR_EVENT_ID_TIMESTAMP) {
+        } else if (kind == kTimestamp) {
             PalToAidlConverter::convertAsrTimeStampEvent(
                     reinterpret_cast<pal_asr_ts_event*>(eventData), event);
             __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:[%d] send asr timestamp event",

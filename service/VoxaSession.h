@@ -6,9 +6,12 @@
 #include <aidl/vendor/orbo/hardware/voxa/VoxaParameter.h>
 #include <pal/pal_api.h>
 
+#include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "SessionLock.h"
 
@@ -54,6 +57,11 @@ class VoxaSession : public std::enable_shared_from_this<VoxaSession> {
     // start, stop, setParameter and close of a session whose stream is closed (or was never
     // opened) return -22 and call no PAL function.
 
+    // A report of the session for the service's dump: state, stream, model, last configuration,
+    // events delivered and dropped per kind, last PAL error. Waits at most `patience` for the
+    // session's lock; a session busy for longer (in a long PAL call) is reported as busy.
+    std::string dump(std::chrono::milliseconds patience) EXCLUDES(mLock);
+
     // The PAL stream callback; `cookie` is the session's address.
     static int32_t palCallback(unsigned long* streamHandle, unsigned int eventId,
                                unsigned int* eventData, unsigned int eventDataSize,
@@ -70,6 +78,8 @@ class VoxaSession : public std::enable_shared_from_this<VoxaSession> {
     // Logs that `operation` found no open stream; returns -22.
     int refuseClosedL(const char* operation) REQUIRES(mLock);
     void setStateL(int32_t state) REQUIRES(mLock);
+    // Returns `status`; a failure is remembered for dump().
+    int palResultL(const char* function, int status) REQUIRES(mLock);
     void onEventCallback(unsigned int* eventData, unsigned int eventId) EXCLUDES(mLock);
     // Makes the client call outside mLock, marked as this session's delivery (SessionLock.h).
     template <typename Call>
@@ -81,6 +91,14 @@ class VoxaSession : public std::enable_shared_from_this<VoxaSession> {
     std::atomic<int32_t> mState{kNotListening};
     const std::shared_ptr<IVoxaCallback> mCallback;
     pal_stream_handle* mStreamHandle GUARDED_BY(mLock) = nullptr;
+
+    // What dump() reports.
+    enum EventKind { kPlain, kTimestamp, kSdz, kEventKinds };
+    std::array<std::atomic<uint64_t>, kEventKinds> mDelivered{};
+    std::array<std::atomic<uint64_t>, kEventKinds> mDropped{};
+    std::string mModel GUARDED_BY(mLock);
+    std::string mConfig GUARDED_BY(mLock);
+    std::string mLastPalError GUARDED_BY(mLock);
 };
 
 }  // namespace aidl::vendor::orbo::hardware::voxa

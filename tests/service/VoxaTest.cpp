@@ -2,7 +2,9 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <future>
 #include <set>
+#include <thread>
 
 #include "ServiceTestSupport.h"
 
@@ -389,6 +391,79 @@ TEST_F(VoxaTest, ClientFlowFromRegistrationToDeath) {
     EXPECT_EQ(5, openSession(clientA));  // numbering goes on
     EXPECT_THAT(mLog.lines(), ::testing::Contains(Info("clientDiedCallback: Client died " +
                                                        pointerText(serviceAddress()) + "k")));
+}
+
+std::string dumpOf(const std::shared_ptr<IVoxa>& voxa) {
+    FILE* file = tmpfile();
+    EXPECT_EQ(STATUS_OK, AIBinder_dump(voxa->asBinder().get(), fileno(file), nullptr, 0));
+    std::string text(static_cast<size_t>(ftell(file)), '\0');
+    rewind(file);
+    EXPECT_EQ(text.size(), fread(text.data(), 1, text.size(), file));
+    fclose(file);
+    return text;
+}
+
+// What dumpsys shows of a service with a listening session, a refused start, delivered and
+// dropped events, and a session busy in a long PAL call.
+TEST_F(VoxaTest, DumpReportsTheServiceAndEachSession) {
+    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
+    ASSERT_TRUE(pal().notifyResourcesAvailable());
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    int32_t listening = openSession(client);
+    pal_stream_handle* stream = lastStream();
+    int32_t refused = openSession(client);
+    VoxaConfig config = englishConfig();
+    config.enable_text_timestamp = true;
+    ASSERT_TRUE(mVoxa->startListening(listening, config).isOk());
+    pal().queueResults(Function::StreamStart, {-16});
+    EXPECT_EQ(-2, serviceError(mVoxa->startListening(refused, englishConfig())));
+    pal().raiseEvent(stream, 1, timestampPayload("word"));
+    pal().raiseEvent(stream, 2, sdzPayload(1));
+    pal().raiseEvent(lastStream(), 0, asrPayload("dropped"));
+
+    EXPECT_EQ(
+            "vendor.orbo.hardware.voxa.IVoxa/default, interface version 3\n"
+            "handles issued: 2, next 2\n"
+            "global callback: registered, holder watched\n"
+            "resources-available notifications: 1\n"
+            "sessions: 2\n"
+            "  handle 0: listening, stream " +
+                    pointerText(reinterpret_cast<unsigned long>(stream)) +
+                    "\n"
+                    "    model: 12345678-9abc-def0-1234-56789abcdef0 (1024 bytes)\n"
+                    "    last configuration: en-US -> en-US, mode PARTIAL_CONTINUOUS, "
+                    "translation off, diarization off, timestamps on, silence 0 ms\n"
+                    "    last PAL error: none\n"
+                    "    events delivered: plain 0, time-stamped 1, diarization 1; dropped: "
+                    "plain 0, time-stamped 0, diarization 0\n"
+                    "  handle 1: not listening, stream " +
+                    pointerText(reinterpret_cast<unsigned long>(lastStream())) +
+                    "\n"
+                    "    model: 12345678-9abc-def0-1234-56789abcdef0 (1024 bytes)\n"
+                    "    last configuration: en-US -> en-US, mode PARTIAL_CONTINUOUS, "
+                    "translation off, diarization off, timestamps off, silence 0 ms\n"
+                    "    last PAL error: pal_stream_start -16\n"
+                    "    events delivered: plain 0, time-stamped 0, diarization 0; dropped: "
+                    "plain 1, time-stamped 0, diarization 0\n",
+            dumpOf(mVoxa));
+
+    // A session busy in a long PAL call is reported without waiting for it.
+    std::promise<void> entered;
+    std::promise<void> release;
+    pal().setHook(Function::StreamSetParam, [&] {
+        entered.set_value();
+        release.get_future().wait();
+    });
+    VoxaParameter force;
+    force.param = ParameterType::FORCE_OUTPUT_EVENT;
+    std::thread binder([&] { mVoxa->setParameter(listening, force); });
+    entered.get_future().wait();
+    EXPECT_THAT(dumpOf(mVoxa), ::testing::HasSubstr("  handle 0: listening, busy in a PAL call\n"
+                                                    "    events delivered: plain 0"));
+    pal().setHook(Function::StreamSetParam, nullptr);
+    release.set_value();
+    binder.join();
 }
 
 TEST(ClientDiedCallbackTest, NullCookieOnlyLogs) {

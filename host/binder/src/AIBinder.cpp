@@ -26,6 +26,7 @@ struct AIBinder_Class {
     std::string mDescriptor;
     AIBinder_Class_onCreate mOnCreate;
     AIBinder_Class_onDestroy mOnDestroy;
+    AIBinder_onDump mOnDump = nullptr;  // set before the class's first binder is made
 };
 
 namespace {
@@ -113,6 +114,16 @@ AIBinder_Class* AIBinder_Class_define(const char* interfaceDescriptor,
 
 const char* AIBinder_Class_getDescriptor(const AIBinder_Class* clazz) {
     return clazz == nullptr ? nullptr : clazz->mDescriptor.c_str();
+}
+
+void AIBinder_Class_setOnDump(AIBinder_Class* clazz, AIBinder_onDump onDump) {
+    if (clazz != nullptr) clazz->mOnDump = onDump;
+}
+
+binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint32_t numArgs) {
+    if (binder == nullptr) return STATUS_UNEXPECTED_NULL;
+    if (binder->mClass->mOnDump == nullptr) return STATUS_OK;
+    return binder->mClass->mOnDump(binder, fd, args, numArgs);
 }
 
 AIBinder* AIBinder_new(const AIBinder_Class* clazz, void* args) {

@@ -55,6 +55,20 @@ AIBinder_Class* AIBinder_Class_define(const char* interfaceDescriptor,
 /* The descriptor given to AIBinder_Class_define; valid as long as the class. */
 const char* AIBinder_Class_getDescriptor(const AIBinder_Class* clazz);
 
+/* Writes a readable report of the binder's object to `fd` (what dumpsys prints). */
+typedef binder_status_t (*AIBinder_onDump)(AIBinder* binder, int fd, const char** args,
+                                           uint32_t numArgs);
+
+/* Sets the class's dump handler; binders of a class without one dump nothing. */
+void AIBinder_Class_setOnDump(AIBinder_Class* clazz, AIBinder_onDump onDump);
+
+/*
+ * Calls the dump handler of the binder's class with `fd` and the arguments, on the calling thread,
+ * and returns its result; STATUS_OK when the class has none, STATUS_UNEXPECTED_NULL for a null
+ * binder.
+ */
+binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint32_t numArgs);
+
 /*
  * Makes a binder of `clazz` whose user data is onCreate(args). Returns it with one strong
  * reference that the caller owns, or null when `clazz` is null.

@@ -72,12 +72,20 @@ class ICInterface : public SharedRefBase {
     virtual SpAIBinder asBinder() = 0;
     virtual bool isRemote() = 0;
 
+    // Writes a readable report of the object to `fd`, for AIBinder_dump (dumpsys on a device).
+    virtual binder_status_t dump(int /*fd*/, const char** /*args*/, uint32_t /*numArgs*/) {
+        return STATUS_OK;
+    }
+
     // Defines the class of binders for an interface. A binder of this class, made with
     // AIBinder_new(clazz, object) where `object` is an ICInterface*, holds a strong reference to
     // the object until its last strong reference goes.
     static AIBinder_Class* defineClass(const char* interfaceDescriptor,
                                        AIBinder_Class_onTransact onTransact) {
-        return AIBinder_Class_define(interfaceDescriptor, &onCreate, &onDestroy, onTransact);
+        AIBinder_Class* clazz =
+                AIBinder_Class_define(interfaceDescriptor, &onCreate, &onDestroy, onTransact);
+        AIBinder_Class_setOnDump(clazz, &onDump);
+        return clazz;
     }
 
     // The object behind `binder`, which must be null or a binder of a class made by defineClass.
@@ -94,6 +102,10 @@ class ICInterface : public SharedRefBase {
     }
     static void onDestroy(void* userData) {
         delete static_cast<std::shared_ptr<ICInterface>*>(userData);
+    }
+    static binder_status_t onDump(AIBinder* binder, int fd, const char** args, uint32_t numArgs) {
+        std::shared_ptr<ICInterface> object = asInterface(binder);
+        return object == nullptr ? STATUS_UNEXPECTED_NULL : object->dump(fd, args, numArgs);
     }
 };
 
