@@ -2,7 +2,7 @@
 
 #include "AidlToPalConverter.h"
 
-#include <android/log.h>
+#include <log/log.h>
 #include <pal/pal_types.h>
 
 #include <array>
@@ -14,28 +14,10 @@ namespace aidl::vendor::orbo::hardware::voxa {
 
 namespace {
 
-// The engine's language ids are positions in this array; it lists the codes of supportedLanguages
-// in the same order.
-constexpr std::array<const char*, 100> kLanguageCodes = {
-        "en-US", "cmn-Hans-CN", "de-DE", "es-ES",      "ru-RU", "ko-KR",  "fr-FR",      "ja-JP",
-        "pt-PT", "tr-TR",       "pl-PL", "ca-ES",      "nl-NL", "ar-SA",  "sv-SE",      "it-IT",
-        "id-ID", "hi-IN",       "fi-FI", "vi-VN",      "iw-IL", "uk-UA",  "el-GR",      "ms-MY",
-        "cs-CZ", "ro-RO",       "da-DK", "hu-HU",      "ta-IN", "no-NO",  "th-TH",      "ur-IN",
-        "hr-HR", "bg-BG",       "lt-LT", "tn-Latn-ZA", "mi-NZ", "ml-IN",  "cy-UK",      "sk-SK",
-        "te-IN", "fa-IR",       "lv-LV", "bn-IN",      "sr-RS", "az-AZ",  "sl-SI",      "kn-IN",
-        "et-EE", "mk-MK",       "br-FR", "eu-ES",      "is-IS", "hy-AM",  "ne-NP",      "mn-MN",
-        "bs-BA", "kk-KZ",       "sq-AL", "sw-KE",      "gl-ES", "mr-IN",  "pa-Guru-IN", "si-LK",
-        "km-KH", "sn-ZB",       "yo-BZ", "so-SO",      "af-ZA", "oc-FR",  "ka-GE",      "be-BL",
-        "tg-TK", "sd-IN",       "gu-IN", "am-ET",      "yi-IL", "lo-LA",  "uz-UZ",      "fo-FR",
-        "ht-US", "ps-PK",       "tk-TK", "nn-NO",      "mt-MT", "sa-IN",  "lb-LB",      "my-MM",
-        "bo-TB", "tl-PP",       "mg-MG", "as-IN",      "tt-RU", "haw-US", "ln-DC",      "ha-NG",
-        "ba-RU", "jw-ID",       "su-ID", "yue-CH",
-};
-
 std::map<std::string, int> buildLanguageCodeMap() {
     std::map<std::string, int> map;
-    for (size_t id = 0; id < kLanguageCodes.size(); ++id) {
-        map.emplace(kLanguageCodes[id], static_cast<int>(id));
+    for (size_t id = 0; id < kLanguages.size(); ++id) {
+        map.emplace(kLanguages[id].code, static_cast<int>(id));
     }
     return map;
 }
@@ -62,15 +44,13 @@ void AidlToPalConverter::convertModel(const VoxaModel& model, std::vector<uint8_
 
 void AidlToPalConverter::convertConfig(const VoxaConfig& config, std::vector<uint8_t>& payload) {
     if (languageCodeMap.find(config.input_lang_code) == languageCodeMap.end()) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: Recieved invalid input lnaguage code %s", __func__,
-                            config.input_lang_code.c_str());
+        ALOGE("%s: Recieved invalid input lnaguage code %s", __func__,
+              config.input_lang_code.c_str());
         return;
     }
     if (languageCodeMap.find(config.output_lang_code) == languageCodeMap.end()) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: Recieved invalid output lnaguage code %s", __func__,
-                            config.output_lang_code.c_str());
+        ALOGE("%s: Recieved invalid output lnaguage code %s", __func__,
+              config.output_lang_code.c_str());
         return;
     }
 
@@ -105,8 +85,8 @@ void AidlToPalConverter::convertConfig(const VoxaConfig& config, std::vector<uin
             break;
         default:
             // Lenient on purpose: the start goes on with every mode flag clear.
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Unsupported mode recieved : %d",
-                                __func__, static_cast<int32_t>(config.mode));
+            ALOGE("%s: Unsupported mode recieved : %d", __func__,
+                  static_cast<int32_t>(config.mode));
             break;
     }
     palConfig->continuous = mode.continuous;

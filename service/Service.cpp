@@ -3,8 +3,9 @@
 #include "Service.h"
 
 #include <android/binder_manager.h>
-#include <android/log.h>
+#include <log/log.h>
 
+#include <cerrno>
 #include <exception>
 #include <string>
 
@@ -14,17 +15,17 @@ using aidl::vendor::orbo::hardware::voxa::IVoxa;
 using aidl::vendor::orbo::hardware::voxa::Voxa;
 
 namespace {
-constexpr int kStatusNotSupported = -38;  // -ENOSYS
+constexpr int kStatusNotSupported = -ENOSYS;
 }
 
 extern "C" int registerService() {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "Register ASR Service");
+    ALOGI("Register ASR Service");
 
     std::shared_ptr<Voxa> voxa;
     try {
         voxa = ndk::SharedRefBase::make<Voxa>();
     } catch (const std::exception& e) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "Voxa initialization failed: %s", e.what());
+        ALOGE("Voxa initialization failed: %s", e.what());
         return kStatusNotSupported;
     }
 
@@ -36,8 +37,7 @@ extern "C" int registerService() {
         status = AServiceManager_addService(binder.get(), instance.c_str());
     }
     if (status != STATUS_OK) {
-        __android_log_print(ANDROID_LOG_WARN, LOG_TAG, "Could not register %s, status=%d",
-                            instance.c_str(), status);
+        ALOGW("Could not register %s, status=%d", instance.c_str(), status);
     }
     return status;
 }

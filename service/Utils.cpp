@@ -2,14 +2,15 @@
 
 #include <aidl/vendor/orbo/hardware/voxa/ServiceError.h>
 
+#include <cerrno>
 #include <cstdio>
 
 namespace aidl::vendor::orbo::hardware::voxa {
 
 namespace {
-constexpr int kStatusBusy = -16;          // -EBUSY
-constexpr int kStatusInvalid = -22;       // -EINVAL
-constexpr int kStatusNotSupported = -38;  // -ENOSYS
+constexpr int kStatusBusy = -EBUSY;
+constexpr int kStatusInvalid = -EINVAL;
+constexpr int kStatusNotSupported = -ENOSYS;
 
 ndk::ScopedAStatus serviceError(ServiceError error) {
     return ndk::ScopedAStatus(AStatus_fromServiceSpecificErrorWithMessage(

@@ -3,7 +3,7 @@
 #include "Voxa.h"
 
 #include <android/binder_ibinder.h>
-#include <android/log.h>
+#include <log/log.h>
 #include <pal/pal_api.h>
 #include <unistd.h>
 
@@ -12,6 +12,7 @@
 #include <map>
 #include <sstream>
 
+#include "AidlToPalConverter.h"
 #include "Utils.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
@@ -23,55 +24,22 @@ constexpr int kStatusInvalid = -EINVAL;
 // How long dump() waits for a session's lock before it reports the session as busy.
 constexpr std::chrono::milliseconds kDumpPatience{100};
 
-// Row i names the language whose id is i; the codes must stay in step with languageCodeMap.
-constexpr std::array<const char*, 100> kSupportedLanguages = {
-        "english : en-US",     "chinese : cmn-Hans-CN", "german : de-DE",
-        "spanish : es-ES",     "russian : ru-RU",       "korean : ko-KR",
-        "french : fr-FR",      "japanese : ja-JP",      "portuguese : pt-PT",
-        "turkish : tr-TR",     "polish : pl-PL",        "catalan : ca-ES",
-        "dutch : nl-NL",       "arabic : ar-SA",        "swedish : sv-SE",
-        "italian : it-IT",     "indonesian : id-ID",    "hindi : hi-IN",
-        "finnish : fi-FI",     "vietnamese : vi-VN",    "hebrew : iw-IL",
-        "ukrainian : uk-UA",   "greek : el-GR",         "malay : ms-MY",
-        "czech : cs-CZ",       "romanian : ro-RO",      "danish : da-DK",
-        "hungarian : hu-HU",   "tamil : ta-IN",         "norwegian : no-NO",
-        "thai : th-TH",        "urdu : ur-IN",          "croatian : hr-HR",
-        "bulgarian : bg-BG",   "lithuanian : lt-LT",    "latin : tn-Latn-ZA",
-        "maori : mi-NZ",       "malayalam : ml-IN",     "welsh : cy-UK",
-        "slovak : sk-SK",      "telugu : te-IN",        "persian : fa-IR",
-        "latvian : lv-LV",     "bengali : bn-IN",       "serbian : sr-RS",
-        "azerbaijani : az-AZ", "slovenian : sl-SI",     "kannada : kn-IN",
-        "estonian : et-EE",    "macedonian : mk-MK",    "breton : br-FR",
-        "basque : eu-ES",      "icelandic : is-IS",     "armenian : hy-AM",
-        "nepali : ne-NP",      "mongolian : mn-MN",     "bosnian : bs-BA",
-        "kazakh : kk-KZ",      "albanian : sq-AL",      "swahili : sw-KE",
-        "galician : gl-ES",    "marathi : mr-IN",       "punjabi : pa-Guru-IN",
-        "sinhala : si-LK",     "khmer : km-KH",         "shona : sn-ZB",
-        "yoruba : yo-BZ",      "somali : so-SO",        "afrikaans : af-ZA",
-        "occitan : oc-FR",     "georgian : ka-GE",      "belarusian : be-BL",
-        "tajik : tg-TK",       "sindhi : sd-IN",        "gujarati : gu-IN",
-        "amharic : am-ET",     "yiddish : yi-IL",       "lao : lo-LA",
-        "uzbek : uz-UZ",       "faroese : fo-FR",       "eole : ht-US",
-        "pashto : ps-PK",      "turkmen : tk-TK",       "nynorsk : nn-NO",
-        "maltese : mt-MT",     "sanskrit : sa-IN",      "luxembourgish : lb-LB",
-        "myanmar : my-MM",     "tibetan : bo-TB",       "tagalog : tl-PP",
-        "malagasy : mg-MG",    "assamese : as-IN",      "tatar : tt-RU",
-        "hawaiian : haw-US",   "lingala : ln-DC",       "hausa : ha-NG",
-        "bashkir : ba-RU",     "javanese : jw-ID",      "sundanese : su-ID",
-        "cantonese : yue-CH",
-};
-
 }  // namespace
 
-const std::vector<std::string> supportedLanguages(kSupportedLanguages.begin(),
-                                                  kSupportedLanguages.end());
+const std::vector<std::string> supportedLanguages = [] {
+    std::vector<std::string> rows;
+    for (const Language& language : kLanguages) {
+        rows.push_back(std::string(language.name) + " : " + language.code);
+    }
+    return rows;
+}();
 
 Voxa::Voxa() {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: ", "Voxa");
+    ALOGI("%s: ", "Voxa");
 }
 
 Voxa::~Voxa() {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: ", "~Voxa");
+    ALOGI("%s: ", "~Voxa");
     if (mRegisteredWithPal) {
         pal_resources_available_param withdrawal = {nullptr, 0};
         pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE, &withdrawal, sizeof(withdrawal));
@@ -86,8 +54,7 @@ std::shared_ptr<VoxaSession> Voxa::getSession(int handle) {
     ScopedLock<Mutex> lock(mSessionsLock);
     auto entry = mSessions.find(handle);
     if (entry == mSessions.end()) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: client not found for handle %d",
-                            __func__, handle);
+        ALOGE("%s: client not found for handle %d", __func__, handle);
         return nullptr;
     }
     return entry->second;
@@ -96,7 +63,7 @@ std::shared_ptr<VoxaSession> Voxa::getSession(int handle) {
 std::shared_ptr<VoxaSession> Voxa::getSessionFor(const char* operation, int32_t handle) {
     std::shared_ptr<VoxaSession> session = getSession(handle);
     if (session == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: invalid handle %d", operation, handle);
+        ALOGE("%s: invalid handle %d", operation, handle);
     }
     return session;
 }
@@ -104,7 +71,7 @@ std::shared_ptr<VoxaSession> Voxa::getSessionFor(const char* operation, int32_t 
 ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
                                      const std::shared_ptr<IVoxaCallback>& callback,
                                      int32_t* handle) {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter", __func__);
+    ALOGI("%s: Enter", __func__);
 
     // Handles are never reused, not even after a failed load.
     const int32_t newHandle = reserveHandle();
@@ -114,8 +81,7 @@ ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
     // process can still pass one, and events would then have nowhere to go.
     if (callback == nullptr) {
         dropReservation(newHandle);
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: null callback for handle %d", __func__,
-                            newHandle);
+        ALOGE("%s: null callback for handle %d", __func__, newHandle);
         return Utils::convertToAidlStatus(kStatusInvalid);
     }
 
@@ -124,9 +90,7 @@ ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
     int status = session->loadModel(model);
     if (status != 0) {
         dropReservation(newHandle);
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: Failed to load model with handle %d, status %d", __func__,
-                            newHandle, status);
+        ALOGE("%s: Failed to load model with handle %d, status %d", __func__, newHandle, status);
         return Utils::convertToAidlStatus(status);
     }
 
@@ -135,21 +99,18 @@ ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
         session->stop();
         session->close();
     }
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
-                        newHandle, status);
+    ALOGI("%s: Exit handle %d, status %d", __func__, newHandle, status);
     return Utils::convertToAidlStatus(status);
 }
 
 ndk::ScopedAStatus Voxa::releaseSession(int32_t handle) {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
+    ALOGI("%s: Enter handle %d", __func__, handle);
     std::shared_ptr<VoxaSession> session = getSessionFor(__func__, handle);
     if (session == nullptr) return Utils::convertToAidlStatus(kStatusInvalid);
 
     int status = session->close();
     if (status != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: Failed to unload model with handle %d, status %d", __func__,
-                            handle, status);
+        ALOGE("%s: Failed to unload model with handle %d, status %d", __func__, handle, status);
     }
 
     ScopedLock<Mutex> lock(mSessionsLock);
@@ -164,67 +125,57 @@ ndk::ScopedAStatus Voxa::releaseSession(int32_t handle) {
         }
         mClientWatched = false;
     }
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
-                        handle, status);
+    ALOGI("%s: Exit handle %d, status %d", __func__, handle, status);
     return Utils::convertToAidlStatus(status);
 }
 
 ndk::ScopedAStatus Voxa::startListening(int32_t handle, const VoxaConfig& config) {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
+    ALOGI("%s: Enter handle %d", __func__, handle);
     std::shared_ptr<VoxaSession> session = getSessionFor(__func__, handle);
     if (session == nullptr) return Utils::convertToAidlStatus(kStatusInvalid);
 
     int status = session->start(config);
     if (status != 0) {
         // No exit line on this path, unlike stop and setParameter.
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: Failed to start with handle %d, status %d", __func__, handle,
-                            status);
+        ALOGE("%s: Failed to start with handle %d, status %d", __func__, handle, status);
     } else {
-        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
-                            handle, status);
+        ALOGI("%s: Exit handle %d, status %d", __func__, handle, status);
     }
     return Utils::convertToAidlStatus(status);
 }
 
 ndk::ScopedAStatus Voxa::stopListening(int32_t handle) {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
+    ALOGI("%s: Enter handle %d", __func__, handle);
     std::shared_ptr<VoxaSession> session = getSessionFor(__func__, handle);
     if (session == nullptr) return Utils::convertToAidlStatus(kStatusInvalid);
 
     int status = session->stop();
     if (status != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: Failed to stop recognition model with handle %d, status %d",
-                            __func__, handle, status);
+        ALOGE("%s: Failed to stop recognition model with handle %d, status %d", __func__, handle,
+              status);
     }
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
-                        handle, status);
+    ALOGI("%s: Exit handle %d, status %d", __func__, handle, status);
     return Utils::convertToAidlStatus(status);
 }
 
 ndk::ScopedAStatus Voxa::setParameter(int32_t handle, const VoxaParameter& param) {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
+    ALOGI("%s: Enter handle %d", __func__, handle);
     std::shared_ptr<VoxaSession> session = getSessionFor(__func__, handle);
     if (session == nullptr) return Utils::convertToAidlStatus(kStatusInvalid);
 
     int status = session->setParameter(param);
     if (status != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: Failed to set param with handle %d, status %d", __func__, handle,
-                            status);
+        ALOGE("%s: Failed to set param with handle %d, status %d", __func__, handle, status);
     }
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
-                        handle, status);
+    ALOGI("%s: Exit handle %d, status %d", __func__, handle, status);
     return Utils::convertToAidlStatus(status);
 }
 
 ndk::ScopedAStatus Voxa::getSupportedLanguages(int32_t handle,
                                                std::vector<std::string>* languages) {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d", __func__, handle);
+    ALOGI("%s: Enter handle %d", __func__, handle);
     languages->insert(languages->end(), supportedLanguages.begin(), supportedLanguages.end());
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit handle %d, status %d", __func__,
-                        handle, 0);
+    ALOGI("%s: Exit handle %d, status %d", __func__, handle, 0);
     return Utils::convertToAidlStatus(0);
 }
 
@@ -232,9 +183,8 @@ ndk::ScopedAStatus Voxa::registerGlobalCallback(
         const std::shared_ptr<IVoxaGlobalCallback>& callback) {
     // See initSession: only a caller in the same process can pass a null callback.
     if (callback == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: null callback", __func__);
-        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, status %d", __func__,
-                            kStatusInvalid);
+        ALOGE("%s: null callback", __func__);
+        ALOGI("%s: Exit, status %d", __func__, kStatusInvalid);
         return Utils::convertToAidlStatus(kStatusInvalid);
     }
 
@@ -244,10 +194,8 @@ ndk::ScopedAStatus Voxa::registerGlobalCallback(
             pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE, &registration, sizeof(registration));
     if (status == 0) mRegisteredWithPal = true;
     if (status != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: failed to set resources available callback, status %d", __func__,
-                            status);
-        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, status %d", __func__, status);
+        ALOGE("%s: failed to set resources available callback, status %d", __func__, status);
+        ALOGI("%s: Exit, status %d", __func__, status);
         return Utils::convertToAidlStatus(status);
     }
 
@@ -259,22 +207,20 @@ ndk::ScopedAStatus Voxa::registerGlobalCallback(
         mClientWatched = false;
         binder_status_t linkResult = STATUS_OK;
         if (mDeathRecipient.get() == nullptr) {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Unable to create death recepient",
-                                __func__);
+            ALOGE("%s: Unable to create death recepient", __func__);
             status = kStatusInvalid;
         } else if (ndk::SpAIBinder binder = callback->asBinder();
                    !watchClientL(binder.get(), &linkResult)) {
             ndk::ScopedAStatus linkStatus(AStatus_fromStatus(linkResult));
             status = linkStatus.getStatus();
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "%s: link to death notification failed, status %d: %s", __func__,
-                                status, linkStatus.getMessage());
+            ALOGE("%s: link to death notification failed, status %d: %s", __func__, status,
+                  linkStatus.getMessage());
         }
 
         // Kept even when the client could not be watched: resources notifications still reach it.
         std::atomic_store(&mGlobalCallback, callback);
     }
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, status %d", __func__, status);
+    ALOGI("%s: Exit, status %d", __func__, status);
     return Utils::convertToAidlStatus(status);
 }
 
@@ -285,7 +231,7 @@ void Voxa::onResourcesAvailable(unsigned long cookie) {
         std::shared_ptr<IVoxaGlobalCallback> callback = std::atomic_load(&voxa->mGlobalCallback);
         if (callback != nullptr) callback->onResourcesAvailable();
     }
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit", __func__);
+    ALOGI("%s: Exit", __func__);
 }
 
 binder_status_t Voxa::dump(int fd, const char** /*args*/, uint32_t /*numArgs*/) {
@@ -383,7 +329,7 @@ bool Voxa::watchClientL(AIBinder* binder, binder_status_t* status) {
 }
 
 void clientDiedCallback(void* cookie) {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Client died %pk", __func__, cookie);
+    ALOGI("%s: Client died %pk", __func__, cookie);
     if (cookie != nullptr) static_cast<Voxa*>(cookie)->clientDied();
 }
 

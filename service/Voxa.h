@@ -16,7 +16,7 @@
 
 namespace aidl::vendor::orbo::hardware::voxa {
 
-// The rows that getSupportedLanguages lists, "name : code"; row i's code has language id i.
+// The rows that getSupportedLanguages lists, "name : code", one per row of kLanguages.
 // Built during static initialisation; read-only afterwards.
 extern const std::vector<std::string> supportedLanguages;
 

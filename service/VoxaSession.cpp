@@ -2,7 +2,7 @@
 
 #include "VoxaSession.h"
 
-#include <android/log.h>
+#include <log/log.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -49,11 +49,11 @@ std::string summarise(const VoxaConfig& config) {
 
 VoxaSession::VoxaSession(int handle, const std::shared_ptr<IVoxaCallback>& callback)
     : mHandle(handle), mCallback(callback) {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, handle);
+    ALOGI("%s: Enter, handle %d", __func__, handle);
 }
 
 VoxaSession::~VoxaSession() {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, mHandle);
+    ALOGI("%s: Enter, handle %d", __func__, mHandle);
 }
 
 int VoxaSession::openPalStream() {
@@ -83,8 +83,7 @@ int VoxaSession::openPalStream() {
             pal_stream_open(&attributes, 1, &device, 0, nullptr, &VoxaSession::palCallback,
                             reinterpret_cast<unsigned long>(this), &mStreamHandle));
     if (status != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: failed to open pal stream, status %d",
-                            __func__, status);
+        ALOGE("%s: failed to open pal stream, status %d", __func__, status);
     }
     return status;
 }
@@ -92,8 +91,7 @@ int VoxaSession::openPalStream() {
 int VoxaSession::loadModel(const VoxaModel& model) {
     const std::string text = model.toString();
     ScopedLock<SessionLock> lock(mLock);
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter handle %d, model %s", __func__,
-                        mHandle, text.c_str());
+    ALOGI("%s: Enter handle %d, model %s", __func__, mHandle, text.c_str());
     mModel = model.vendorUuid.substr(0, 64) + " (" + std::to_string(model.dataSize) + " bytes)";
 
     int status = openPalStream();
@@ -105,15 +103,13 @@ int VoxaSession::loadModel(const VoxaModel& model) {
                         pal_stream_set_param(mStreamHandle, PAL_PARAM_ID_ASR_MODEL,
                                              reinterpret_cast<pal_param_payload*>(payload.data())));
     if (status != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: failed to set asr model, status = %d",
-                            __func__, status);
+        ALOGE("%s: failed to set asr model, status = %d", __func__, status);
         // The service drops a session whose model failed. Left open, the stream would keep the
         // engine busy and call back into the freed session through its cookie.
         pal_stream_close(mStreamHandle);
         mStreamHandle = nullptr;
     } else {
-        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
-                            mHandle, status);
+        ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
     }
     return status;
 }
@@ -121,16 +117,14 @@ int VoxaSession::loadModel(const VoxaModel& model) {
 int VoxaSession::start(const VoxaConfig& config) {
     const std::string text = config.toString();
     ScopedLock<SessionLock> lock(mLock);
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d, config %s", __func__,
-                        mHandle, text.c_str());
+    ALOGI("%s: Enter, handle %d, config %s", __func__, mHandle, text.c_str());
     if (mStreamHandle == nullptr) return refuseClosedL(__func__);
     mConfig = summarise(config);
 
     std::vector<uint8_t> payload;
     AidlToPalConverter::convertConfig(config, payload);
     if (payload.empty()) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Failed to parse config, status = %d",
-                            __func__, kStatusInvalid);
+        ALOGE("%s: Failed to parse config, status = %d", __func__, kStatusInvalid);
         return kStatusInvalid;
     }
 
@@ -139,8 +133,7 @@ int VoxaSession::start(const VoxaConfig& config) {
                        pal_stream_set_param(mStreamHandle, PAL_PARAM_ID_ASR_CONFIG,
                                             reinterpret_cast<pal_param_payload*>(payload.data())));
     if (status != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: failed to set asr config, status = %d",
-                            __func__, status);
+        ALOGE("%s: failed to set asr config, status = %d", __func__, status);
         return status;
     }
 
@@ -151,45 +144,39 @@ int VoxaSession::start(const VoxaConfig& config) {
     status = palResultL("pal_stream_start", pal_stream_start(mStreamHandle));
     if (status != 0) {
         setStateL(stateBefore);
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: failed to start pal stream, status = %d", __func__, status);
+        ALOGE("%s: failed to start pal stream, status = %d", __func__, status);
         return status;
     }
 
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
-                        mHandle, status);
+    ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
     return status;
 }
 
 int VoxaSession::stopL() {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, mHandle);
+    ALOGI("%s: Enter, handle %d", __func__, mHandle);
     // Not listening before the stream stops: an event thread waiting for the lock gives up
     // instead of holding up a PAL that waits for its callbacks to return.
     setStateL(kNotListening);
     int status = palResultL("pal_stream_stop", pal_stream_stop(mStreamHandle));
     if (status != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: error, failed to stop pal stream, status = %d", __func__, status);
+        ALOGE("%s: error, failed to stop pal stream, status = %d", __func__, status);
     }
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
-                        mHandle, status);
+    ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
     return status;
 }
 
 int VoxaSession::stop() {
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, mHandle);
+    ALOGI("%s: Enter, handle %d", __func__, mHandle);
     ScopedLock<SessionLock> lock(mLock);
     int status = mStreamHandle == nullptr ? refuseClosedL(__func__) : stopL();
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
-                        mHandle, status);
+    ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
     return status;
 }
 
 int VoxaSession::setParameter(const VoxaParameter& parameter) {
     const std::string text = describe(parameter);
     ScopedLock<SessionLock> lock(mLock);
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d, parameters %s", __func__,
-                        mHandle, text.c_str());
+    ALOGI("%s: Enter, handle %d, parameters %s", __func__, mHandle, text.c_str());
 
     uint32_t paramId;
     switch (parameter.param) {
@@ -200,16 +187,14 @@ int VoxaSession::setParameter(const VoxaParameter& parameter) {
             paramId = PAL_PARAM_ID_ASR_CUSTOM;
             break;
         default:
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Invalid param %d", __func__,
-                                static_cast<int32_t>(parameter.param));
+            ALOGE("%s: Invalid param %d", __func__, static_cast<int32_t>(parameter.param));
             return kStatusInvalid;
     }
 
     // The PAL sizes these parameters for kMaxParameterDataSize bytes; more would overrun it.
     if (parameter.data.size() > kMaxParameterDataSize) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: Invalid param data size %zu, at most %zu bytes", __func__,
-                            parameter.data.size(), kMaxParameterDataSize);
+        ALOGE("%s: Invalid param data size %zu, at most %zu bytes", __func__, parameter.data.size(),
+              kMaxParameterDataSize);
         return kStatusInvalid;
     }
 
@@ -224,48 +209,41 @@ int VoxaSession::setParameter(const VoxaParameter& parameter) {
                             pal_stream_set_param(mStreamHandle, paramId,
                                                  reinterpret_cast<pal_param_payload*>(&payload)));
         if (status != 0) {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "%s: failed to set asr param, status = %d", __func__, status);
+            ALOGE("%s: failed to set asr param, status = %d", __func__, status);
         }
     }
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
-                        mHandle, status);
+    ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
     return status;
 }
 
 int VoxaSession::close() {
     ScopedLock<SessionLock> lock(mLock);
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Enter, handle %d", __func__, mHandle);
+    ALOGI("%s: Enter, handle %d", __func__, mHandle);
     if (mStreamHandle == nullptr) {
         int status = refuseClosedL(__func__);
-        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
-                            mHandle, status);
+        ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
         return status;
     }
 
     if (mState == kListening) {
         int stopStatus = stopL();
         if (stopStatus != 0) {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "%s: failed to stop pal stream, status = %d", __func__, stopStatus);
+            ALOGE("%s: failed to stop pal stream, status = %d", __func__, stopStatus);
         }
     }
 
     int status = palResultL("pal_stream_close", pal_stream_close(mStreamHandle));
     if (status != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: failed to close pal stream, status = %d", __func__, status);
+        ALOGE("%s: failed to close pal stream, status = %d", __func__, status);
     }
     mStreamHandle = nullptr;
     setStateL(kNotListening);
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d, status = %d", __func__,
-                        mHandle, status);
+    ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
     return status;
 }
 
 int VoxaSession::refuseClosedL(const char* operation) {
-    __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: stream closed, handle %d", operation,
-                        mHandle);
+    ALOGE("%s: stream closed, handle %d", operation, mHandle);
     return kStatusInvalid;
 }
 
@@ -309,9 +287,8 @@ int32_t VoxaSession::palCallback(unsigned long* streamHandle, unsigned int event
                                  unsigned int* eventData, unsigned int eventDataSize,
                                  unsigned long cookie) {
     if (streamHandle == nullptr || eventData == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                            "%s: error, invalid handle/eventData id %d, size %d", __func__, eventId,
-                            eventDataSize);
+        ALOGE("%s: error, invalid handle/eventData id %d, size %d", __func__, eventId,
+              eventDataSize);
         return kStatusInvalid;
     }
     if (cookie == 0) return 0;
@@ -340,24 +317,21 @@ void VoxaSession::onEventCallback(unsigned int* eventData, unsigned int eventId)
             SpeakerDiarizationEvent sdzEvent;
             PalToAidlConverter::convertSdzEvent(reinterpret_cast<pal_sdz_event*>(eventData),
                                                 sdzEvent);
-            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:[%d] send sdz event", __func__,
-                                mHandle);
+            ALOGI("%s:[%d] send sdz event", __func__, mHandle);
             deliverAndUnlock([&] { mCallback->onSdzEvent(mHandle, sdzEvent); });
         } else if (kind == kTimestamp) {
             PalToAidlConverter::convertAsrTimeStampEvent(
                     reinterpret_cast<pal_asr_ts_event*>(eventData), event);
-            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:[%d] send asr timestamp event",
-                                __func__, mHandle);
+            ALOGI("%s:[%d] send asr timestamp event", __func__, mHandle);
             deliverAndUnlock([&] { mCallback->onAsrEvent(mHandle, event); });
         } else {
             PalToAidlConverter::convertAsrEvent(reinterpret_cast<pal_asr_event*>(eventData), event);
-            __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:[%d] send asr event", __func__,
-                                mHandle);
+            ALOGI("%s:[%d] send asr event", __func__, mHandle);
             deliverAndUnlock([&] { mCallback->onAsrEvent(mHandle, event); });
         }
     }
 
-    __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: Exit, handle %d", __func__, mHandle);
+    ALOGI("%s: Exit, handle %d", __func__, mHandle);
 }
 
 template <typename Call>

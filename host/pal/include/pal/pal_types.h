@@ -130,6 +130,9 @@ struct pal_asr_model {
     int32_t model_size; /* bytes */
 };
 
+/* Language ids run from 0 to PAL_ASR_LANGUAGE_COUNT - 1. */
+#define PAL_ASR_LANGUAGE_COUNT 100
+
 /* Payload of PAL_PARAM_ID_ASR_CONFIG (40 + data_size bytes). */
 struct pal_asr_config {
     uint32_t payload_size; /* 36 + data_size */
