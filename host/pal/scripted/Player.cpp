@@ -1,6 +1,5 @@
 #include "Player.h"
 
-#include <pal/pal_api.h>
 #include <pal/pal_scripted.h>
 
 #include <cerrno>
@@ -298,37 +297,23 @@ int32_t waitUntilPlayed(std::chrono::milliseconds timeout, std::string* error) {
     return Player::instance().waitUntilPlayed(timeout, error);
 }
 
+const PalFunctions& palFunctions() {
+    static const PalFunctions functions = {
+            [](pal_stream_attrs*, uint32_t, pal_device*, uint32_t, pal_stream_modifier*,
+               pal_stream_event_cb callback, unsigned long cookie, pal_stream_handle** stream) {
+                return Player::instance().open(callback, cookie, stream);
+            },
+            [](pal_stream_handle* stream, uint32_t id, pal_param_payload* payload) {
+                return Player::instance().setParam(stream, id, payload);
+            },
+            [](pal_stream_handle* stream) { return Player::instance().start(stream); },
+            [](pal_stream_handle* stream) { return Player::instance().stop(stream); },
+            [](pal_stream_handle* stream) { return Player::instance().close(stream); },
+            [](uint32_t id, void* payload, size_t size) {
+                return Player::instance().setGlobalParam(id, payload, size);
+            },
+    };
+    return functions;
+}
+
 }  // namespace pal_scripted
-
-using pal_scripted::Player;
-
-extern "C" {
-
-int32_t pal_stream_open(struct pal_stream_attrs*, uint32_t, struct pal_device*, uint32_t,
-                        struct pal_stream_modifier*, pal_stream_event_cb callback,
-                        unsigned long cookie, pal_stream_handle** stream) {
-    return Player::instance().open(callback, cookie, stream);
-}
-
-int32_t pal_stream_set_param(pal_stream_handle* stream, uint32_t param_id,
-                             struct pal_param_payload* payload) {
-    return Player::instance().setParam(stream, param_id, payload);
-}
-
-int32_t pal_stream_start(pal_stream_handle* stream) {
-    return Player::instance().start(stream);
-}
-
-int32_t pal_stream_stop(pal_stream_handle* stream) {
-    return Player::instance().stop(stream);
-}
-
-int32_t pal_stream_close(pal_stream_handle* stream) {
-    return Player::instance().close(stream);
-}
-
-int32_t pal_set_param(uint32_t param_id, void* payload, size_t size) {
-    return Player::instance().setGlobalParam(param_id, payload, size);
-}
-
-}  // extern "C"

@@ -1,9 +1,10 @@
 /*
  * Host-side controls of the scripted engine (the pal_scripted library), an implementation of the
- * PAL API (pal/pal_api.h) that plays a scenario instead of listening: results of every kind,
- * delays, the statuses that PAL calls return, resources becoming available. It lets tests and app
- * developers drive the service, and so their recognition UI, without speaking. Scenarios are JSON
- * Lines, one step a line; docs/DEVICE.md describes them and tools/voxa/scenarios holds examples.
+ * PAL API (pal/pal_api.h, see palFunctions below) that plays a scenario instead of listening:
+ * results of every kind, delays, the statuses that PAL calls return, resources becoming available.
+ * It lets tests and app developers drive the service, and so their recognition UI, without
+ * speaking. Scenarios are JSON Lines, one step a line; docs/DEVICE.md describes them and
+ * tools/voxa/scenarios holds examples.
  *
  * The library raises every event and resources-available notification on its own thread, one at
  * a time, holding none of its locks. Without a scenario every PAL call succeeds and nothing is
@@ -41,6 +42,21 @@ std::string loadScenario(const std::string& text, const std::string& name);
 // wait timed out, a notification with no function registered), and then sets `*error`, when not
 // null, to "<name>:<line>: <reason>". The scenario stops at such a step.
 int32_t waitUntilPlayed(std::chrono::milliseconds timeout, std::string* error = nullptr);
+
+// The scripted engine's implementations of the six PAL functions, with pal_api.h's signatures and
+// contracts. An executable whose only PAL is the scripted engine links pal_scripted_pal, which
+// defines the pal_* functions as these. One that also links another PAL (a program that both
+// transcribes and replays) defines its pal_* functions itself and routes them here while it
+// replays.
+struct PalFunctions {
+    decltype(&pal_stream_open) streamOpen;
+    decltype(&pal_stream_set_param) streamSetParam;
+    decltype(&pal_stream_start) streamStart;
+    decltype(&pal_stream_stop) streamStop;
+    decltype(&pal_stream_close) streamClose;
+    decltype(&pal_set_param) setParam;
+};
+const PalFunctions& palFunctions();
 
 }  // namespace pal_scripted
 
