@@ -1,14 +1,16 @@
 #!/usr/bin/env python3
-"""Checks a frozen version of the interface package.
+"""Checks the frozen history of the interface package.
 
-Fails when the version folder's .hash does not match its files, or when its definitions differ
-from the ones under the interface's source tree other than by the header that every frozen file
-starts with.
+Fails unless the versions that Android.bp declares are exactly the version folders under
+aidl_api/<package>/, each folder's .hash is the one the platform's build computes for it, the
+latest version is the one the host build generates, and its definitions equal the ones under the
+source tree other than by the header that every frozen file starts with.
 
-Usage: check_frozen_api.py INTERFACE_DIR VERSION_DIR
+Usage: check_frozen_api.py INTERFACE_DIR GENERATED_VERSION
 """
 
 import os
+import re
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "..", "tools", "aidl"))
@@ -22,24 +24,58 @@ FROZEN_HEADER = (
 )
 
 
-def problems(interface_dir, version_dir):
-    found = []
-    with open(os.path.join(version_dir, ".hash"), encoding="ascii") as f:
-        stored = f.read().strip()
-    computed = aidl_api_hash.compute_hash(version_dir, aidl_api_hash.version_of(version_dir))
-    if stored != computed:
-        found.append(f"{version_dir}/.hash holds {stored!r}, the frozen files hash to {computed}")
+def declared(blueprint):
+    """(package name, declared versions in order, frozen flag) from the aidl_interface module."""
+    name = re.search(r'^    name: "([^"]+)",$', blueprint, re.M)
+    history = re.search(r"^    versions_with_info: \[\n(.*?)^    \],$", blueprint, re.M | re.S)
+    versions = re.findall(r'^ {12}version: "([^"]*)",$', history.group(1), re.M) if history else []
+    frozen = re.search(r"^    frozen: true,$", blueprint, re.M) is not None
+    return (name.group(1) if name else None, versions, frozen)
 
-    frozen = set(aidl_api_hash.aidl_files(version_dir))
+
+def problems(interface_dir, generated_version):
+    with open(os.path.join(interface_dir, "Android.bp"), encoding="utf-8") as f:
+        package, versions, frozen = declared(f.read())
+    if package is None or not versions:
+        return ["Android.bp names no package or no frozen version"]
+    found = []
+    if versions != sorted(set(versions), key=int) or not all(v.isdigit() for v in versions):
+        found.append(f"Android.bp declares versions {versions}: distinct numbers in order expected")
+    if versions[-1] != generated_version:
+        found.append(f"the latest frozen version is {versions[-1]}, the build generates "
+                     f"{generated_version}")
+    if not frozen:
+        found.append("Android.bp does not say frozen: true")
+
+    api_dir = os.path.join(interface_dir, "aidl_api", package)
+    folders = sorted(os.listdir(api_dir)) if os.path.isdir(api_dir) else []
+    for folder in sorted(set(folders) - set(versions)):
+        found.append(f"{api_dir}/{folder} is not declared in Android.bp")
+    for version in versions:
+        version_dir = os.path.join(api_dir, version)
+        if version not in folders:
+            found.append(f"version {version} is declared but {version_dir} is missing")
+            continue
+        try:
+            with open(os.path.join(version_dir, ".hash"), encoding="ascii") as f:
+                stored = f.read().strip()
+        except OSError:
+            stored = ""
+        computed = aidl_api_hash.compute_hash(version_dir, int(version))
+        if stored != computed:
+            found.append(f"{version_dir}/.hash holds {stored!r}, its files hash to {computed}")
+
+    latest = os.path.join(api_dir, versions[-1])
+    frozen_files = set(aidl_api_hash.aidl_files(latest))
     current = {
         p for p in aidl_api_hash.aidl_files(interface_dir) if not p.startswith("./aidl_api/")
     }
-    for path in sorted(frozen - current):
+    for path in sorted(frozen_files - current):
         found.append(f"{path} is frozen but not defined under {interface_dir}")
-    for path in sorted(current - frozen):
-        found.append(f"{path} is defined but not frozen in {version_dir}")
-    for path in sorted(frozen & current):
-        with open(os.path.join(version_dir, path), encoding="utf-8") as f:
+    for path in sorted(current - frozen_files):
+        found.append(f"{path} is defined but not frozen in {latest}")
+    for path in sorted(frozen_files & current):
+        with open(os.path.join(latest, path), encoding="utf-8") as f:
             text = f.read()
         with open(os.path.join(interface_dir, path), encoding="utf-8") as f:
             source = f.read()
@@ -57,7 +93,7 @@ def main(argv):
     found = problems(*argv)
     for problem in found:
         print(f"FAIL {problem}")
-    print(f"frozen API: {len(found)} problem(s) in {argv[1]}")
+    print(f"frozen API: {len(found)} problem(s) in {argv[0]}")
     return 1 if found else 0
 
 

@@ -1,0 +1,104 @@
+#!/usr/bin/env python3
+"""Checks what a device build reads besides the sources, and what the built library exports.
+
+  build-files REPO_DIR   every Android.bp parses and is formatted as bpfmt formats it; every VINTF
+                         fragment that one names is well-formed XML declaring one AIDL HAL whose
+                         version is the one of the -V<N>-ndk library the module links, and the
+                         latest frozen version of the interface package
+  exports LIBRARY        the shared library's dynamic symbol table defines registerService alone
+
+Usage: check_device_build.py build-files REPO_DIR | exports LIBRARY
+"""
+
+import os
+import re
+import subprocess
+import sys
+
+SKIPPED_DIRS = {".git", "build"}
+
+
+def run(*command):
+    result = subprocess.run(command, capture_output=True, text=True)
+    return result.returncode, result.stdout + result.stderr
+
+
+def blueprints(repo):
+    for root, dirs, files in os.walk(repo):
+        dirs[:] = sorted(d for d in dirs if d not in SKIPPED_DIRS)
+        if "Android.bp" in files:
+            yield os.path.join(root, "Android.bp")
+
+
+def xpath(path, expression):
+    code, out = run("xmllint", "--xpath", expression, path)
+    return out.strip() if code == 0 else None
+
+
+def fragment_problems(path, expected_version):
+    code, out = run("xmllint", "--noout", path)
+    if code != 0:
+        return [f"{path} is not well-formed XML:\n{out}"]
+    found = []
+    if xpath(path, "count(/manifest[@type='device']/hal)") != "1":
+        found.append(f"{path}: expected one <hal> in a <manifest type=\"device\">")
+    if xpath(path, "string(/manifest/hal/@format)") != "aidl":
+        found.append(f"{path}: the <hal> is not format=\"aidl\"")
+    name = xpath(path, "string(/manifest/hal/name)")
+    fqname = xpath(path, "string(/manifest/hal/fqname)")
+    version = xpath(path, "string(/manifest/hal/version)")
+    if not name or not re.fullmatch(r"I[A-Za-z0-9]+/[a-z0-9_]+", fqname or ""):
+        found.append(f"{path}: <name> and <fqname> must give package and Interface/instance")
+    if version != expected_version:
+        found.append(f"{path}: <version> is {version!r}, the service links V{expected_version}")
+    return found
+
+
+def build_file_problems(repo):
+    found, texts = [], {}
+    for path in blueprints(repo):
+        code, out = run("bpfmt", "-d", path)
+        if code != 0 or out:
+            found.append(f"{path} does not parse or is not formatted as bpfmt formats it:\n{out}")
+        with open(path, encoding="utf-8") as f:
+            texts[path] = f.read()
+    frozen = [re.findall(r'^ {12}version: "(\d+)",$', text, re.M)
+              for text in texts.values() if "aidl_interface {" in text]
+    latest = frozen[0][-1] if len(frozen) == 1 and frozen[0] else None
+    for path, text in texts.items():
+        for listed in re.findall(r"vintf_fragments: \[([^\]]*)\]", text):
+            linked = re.findall(r'"vendor\.orbo\.hardware\.voxa-V(\d+)-ndk"', text)
+            version = linked[0] if len(linked) == 1 else None
+            if version is None or version != latest:
+                found.append(f"{path} links V{version}, the latest frozen version is {latest}")
+            for name in re.findall(r'"([^"]+)"', listed):
+                found += fragment_problems(os.path.join(os.path.dirname(path), name), version)
+    if not any("vintf_fragments" in text for text in texts.values()):
+        found.append(f"no Android.bp under {repo} names a VINTF fragment")
+    return found
+
+
+def export_problems(library):
+    code, out = run("nm", "-D", "--defined-only", library)
+    if code != 0:
+        return [f"nm cannot read {library}:\n{out}"]
+    symbols = sorted(line.split()[-1] for line in out.splitlines() if line.strip())
+    if symbols != ["registerService"]:
+        return [f"{library} exports {len(symbols)} symbols: " + ", ".join(symbols)]
+    return []
+
+
+def main(argv):
+    checks = {"build-files": build_file_problems, "exports": export_problems}
+    if len(argv) != 2 or argv[0] not in checks:
+        print(__doc__, file=sys.stderr)
+        return 2
+    found = checks[argv[0]](argv[1])
+    for problem in found:
+        print(f"FAIL {problem}")
+    print(f"{argv[0]}: {len(found)} problem(s)")
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
