@@ -44,10 +44,14 @@ Voxa::~Voxa() {
         pal_resources_available_param withdrawal = {nullptr, 0};
         pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE, &withdrawal, sizeof(withdrawal));
     }
-    ScopedLock<Mutex> lock(mSessionsLock);
-    mDeathRecipient.set(nullptr);
+    std::unordered_map<int, std::shared_ptr<VoxaSession>> sessions;
+    {
+        ScopedLock<Mutex> lock(mSessionsLock);
+        mDeathRecipient.set(nullptr);
+        sessions.swap(mSessions);
+    }
     // Each stream's cookie points to its session, which goes with the table.
-    for (auto& [handle, session] : mSessions) session->close();
+    for (auto& [handle, session] : sessions) session->close();
 }
 
 std::shared_ptr<VoxaSession> Voxa::getSession(int handle) {
@@ -74,7 +78,8 @@ ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
     ALOGI("%s: Enter", __func__);
 
     // Handles are never reused, not even after a failed load.
-    const int32_t newHandle = reserveHandle();
+    uint64_t deathsSeen;
+    const int32_t newHandle = reserveHandle(&deathsSeen);
     *handle = newHandle;
 
     // A device's binder refuses a null callback before it reaches us; a caller in the same
@@ -85,7 +90,6 @@ ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
         return Utils::convertToAidlStatus(kStatusInvalid);
     }
 
-    const uint64_t deathsSeen = deaths();
     auto session = std::make_shared<VoxaSession>(newHandle, callback);
     int status = session->loadModel(model);
     if (status != 0) {
@@ -284,8 +288,9 @@ void Voxa::clientDied() {
     }
 }
 
-int32_t Voxa::reserveHandle() {
+int32_t Voxa::reserveHandle(uint64_t* deathsSoFar) {
     ScopedLock<Mutex> lock(mSessionsLock);
+    *deathsSoFar = mDeaths;
     // After the counter wraps around, a handle still in use is skipped, never shared.
     int32_t handle;
     do {
@@ -299,11 +304,6 @@ int32_t Voxa::reserveHandle() {
 void Voxa::dropReservation(int32_t handle) {
     ScopedLock<Mutex> lock(mSessionsLock);
     mReservedHandles.erase(handle);
-}
-
-uint64_t Voxa::deaths() {
-    ScopedLock<Mutex> lock(mSessionsLock);
-    return mDeaths;
 }
 
 bool Voxa::addSession(int32_t handle, const std::shared_ptr<VoxaSession>& session,

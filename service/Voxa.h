@@ -70,14 +70,13 @@ class Voxa : public BnVoxa {
     // getSession for a request: an unknown handle also gets the request's own error line.
     std::shared_ptr<VoxaSession> getSessionFor(const char* operation, int32_t handle);
     // The next handle that names no session and no initSession in progress; reserved until
-    // addSession or dropReservation.
-    int32_t reserveHandle() EXCLUDES(mSessionsLock);
+    // addSession or dropReservation. `*deathsSoFar` is the client deaths so far, for addSession.
+    int32_t reserveHandle(uint64_t* deathsSoFar) EXCLUDES(mSessionsLock);
     // Puts the session in the table under its reserved handle. Returns false, and adds nothing,
     // when the client died since `deathsSeen` was read: the caller then closes the session.
     bool addSession(int32_t handle, const std::shared_ptr<VoxaSession>& session,
                     uint64_t deathsSeen) EXCLUDES(mSessionsLock);
     void dropReservation(int32_t handle) EXCLUDES(mSessionsLock);
-    uint64_t deaths() EXCLUDES(mSessionsLock);
     // Links the death recipient to the global callback's holder; false when it cannot be watched.
     bool watchClientL(AIBinder* binder, binder_status_t* status) REQUIRES(mSessionsLock);
 
