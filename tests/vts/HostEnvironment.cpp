@@ -38,10 +38,11 @@ std::vector<uint8_t> resultPayload() {
 }
 
 // One recogniser behind every stream: while a stream is started it raises a result on it every
-// few milliseconds from its own thread, and it refuses (EBUSY) to start a stream while another
-// runs. It learns which streams run from the calls the fake PAL recorded; a refusal it scripts in
-// the start's hook is taken by the next recorded start. A stream started again while it runs is
-// refused too.
+// few milliseconds from its own thread, and when the stream stops it flushes one last result,
+// which reaches the service after its stop and must go no further. It refuses (EBUSY) to start a
+// stream while another runs, a stream started again while it runs included. It learns which
+// streams run from the calls the fake PAL recorded; a refusal it scripts in the start's hook is
+// taken by the next recorded start.
 class Engine {
   public:
     Engine() {
@@ -72,8 +73,9 @@ class Engine {
                 } else {
                     mStarted.insert(call.stream);
                 }
-            } else if (call.function == Function::StreamStop ||
-                       call.function == Function::StreamClose) {
+            } else if (call.function == Function::StreamStop && mStarted.erase(call.stream)) {
+                mFlushing.push_back(call.stream);
+            } else if (call.function == Function::StreamClose) {
                 mStarted.erase(call.stream);
             }
         }
@@ -93,9 +95,11 @@ class Engine {
         std::unique_lock<std::mutex> lock(mLock);
         while (!mStopping) {
             catchUpLocked();
-            std::vector<pal_stream_handle*> started(mStarted.begin(), mStarted.end());
+            std::vector<pal_stream_handle*> streams;
+            streams.swap(mFlushing);
+            streams.insert(streams.end(), mStarted.begin(), mStarted.end());
             lock.unlock();
-            for (pal_stream_handle* stream : started) pal().raiseEvent(stream, 0, payload);
+            for (pal_stream_handle* stream : streams) pal().raiseEvent(stream, 0, payload);
             lock.lock();
             mWake.wait_for(lock, std::chrono::milliseconds(2), [&] { return mStopping; });
         }
@@ -103,10 +107,11 @@ class Engine {
 
     std::mutex mLock;
     std::condition_variable mWake;
-    size_t mSeen = 0;                       // guarded by mLock; calls already read
-    int mRefusals = 0;                      // guarded by mLock; scripted, not yet recorded
-    std::set<pal_stream_handle*> mStarted;  // guarded by mLock
-    bool mStopping = false;                 // guarded by mLock
+    size_t mSeen = 0;                           // guarded by mLock; calls already read
+    int mRefusals = 0;                          // guarded by mLock; scripted, not yet recorded
+    std::set<pal_stream_handle*> mStarted;      // guarded by mLock
+    std::vector<pal_stream_handle*> mFlushing;  // guarded by mLock; stopped, last result due
+    bool mStopping = false;                     // guarded by mLock
     std::thread mThread;
 };
 
