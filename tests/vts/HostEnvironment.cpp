@@ -41,8 +41,8 @@ std::vector<uint8_t> resultPayload() {
 // few milliseconds from its own thread, and when the stream stops it flushes one last result,
 // which reaches the service after its stop and must go no further. It refuses (EBUSY) to start a
 // stream while another runs, a stream started again while it runs included. It learns which
-// streams run from the calls the fake PAL recorded; a refusal it scripts in the start's hook is
-// taken by the next recorded start.
+// streams run from the calls the fake PAL recorded, so nothing may reset the fake while it runs;
+// a refusal it scripts in the start's hook is taken by the next recorded start.
 class Engine {
   public:
     Engine() {

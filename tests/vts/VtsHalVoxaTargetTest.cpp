@@ -22,15 +22,9 @@
 #include <aidl/Vintf.h>
 #endif
 
+namespace aidl::vendor::orbo::hardware::voxa {
 namespace {
 
-using aidl::vendor::orbo::hardware::voxa::IVoxa;
-using aidl::vendor::orbo::hardware::voxa::ParameterType;
-using aidl::vendor::orbo::hardware::voxa::ServiceError;
-using aidl::vendor::orbo::hardware::voxa::TranscriptionMode;
-using aidl::vendor::orbo::hardware::voxa::VoxaConfig;
-using aidl::vendor::orbo::hardware::voxa::VoxaModel;
-using aidl::vendor::orbo::hardware::voxa::VoxaParameter;
 using voxa_test::CountingGlobalCallback;
 using voxa_test::RecordingCallback;
 
@@ -45,8 +39,8 @@ int32_t error(const ndk::ScopedAStatus& status) {
     return status.getServiceSpecificError();
 }
 
-bool isDefinedError(int32_t code) {
-    return code <= kInvalid && code >= static_cast<int32_t>(ServiceError::FAILURE);
+bool okOrDefinedError(int32_t code) {
+    return code <= kOk && code >= static_cast<int32_t>(ServiceError::FAILURE);
 }
 
 VoxaConfig config(const std::string& input = "en-US", const std::string& output = "en-US") {
@@ -93,7 +87,7 @@ class VoxaVts : public testing::TestWithParam<std::string> {
     }
 
     int32_t open(const std::shared_ptr<RecordingCallback>& client) {
-        VoxaModel model;
+        VoxaModel model;  // the recogniser's engine
         model.vendorUuid = "6f1d2c3b-8a47-4e95-b0c2-5d7e9a31f648";
         int32_t handle = 0;
         EXPECT_EQ(kOk, error(mVoxa->initSession(model, client, &handle)));
@@ -131,13 +125,13 @@ TEST_P(VoxaVts, UnknownHandlesAreInvalid) {
     }
 }
 
-// A refused configuration or parameter leaves the session as it was: startable, then listening.
+// A refused configuration or parameter leaves the session as it was: idle, or listening.
 TEST_P(VoxaVts, InvalidConfigurationsAndParametersAreRefused) {
     auto events = client();
     int32_t handle = open(events);
     EXPECT_EQ(kInvalid, error(mVoxa->startListening(handle, config("xx-XX"))));
-    EXPECT_EQ(kInvalid, error(mVoxa->startListening(handle, config("en-US", "en-us"))));
     ASSERT_EQ(kOk, error(mVoxa->startListening(handle, config())));
+    EXPECT_EQ(kInvalid, error(mVoxa->startListening(handle, config("en-US", "en-us"))));
     EXPECT_EQ(kInvalid, error(mVoxa->setParameter(handle, parameter(ParameterType::INVALID, 1))));
     EXPECT_EQ(kInvalid, error(mVoxa->setParameter(handle, parameter(ParameterType(7), 1))));
     EXPECT_EQ(kInvalid,
@@ -145,7 +139,7 @@ TEST_P(VoxaVts, InvalidConfigurationsAndParametersAreRefused) {
     EXPECT_EQ(kOk, error(mVoxa->setParameter(handle, parameter(ParameterType::CUSTOM_EXTRAS, 20))));
     EXPECT_EQ(kOk,
               error(mVoxa->setParameter(handle, parameter(ParameterType::FORCE_OUTPUT_EVENT, 0))));
-    EXPECT_TRUE(events->waitForDeliveries(1));
+    EXPECT_TRUE(events->waitForDeliveries(events->deliveries().size() + 1));
 }
 
 TEST_P(VoxaVts, SecondSessionStartsOnceTheFirstIsReleased) {
@@ -165,11 +159,11 @@ TEST_P(VoxaVts, SecondSessionStartsOnceTheFirstIsReleased) {
 TEST_P(VoxaVts, StopAndReleaseAreIdempotent) {
     int32_t handle = open(client());
     int32_t idle = error(mVoxa->stopListening(handle));
-    EXPECT_TRUE(idle == kOk || isDefinedError(idle)) << idle;
+    EXPECT_TRUE(okOrDefinedError(idle)) << idle;
     ASSERT_EQ(kOk, error(mVoxa->startListening(handle, config())));
     EXPECT_EQ(kOk, error(mVoxa->stopListening(handle)));
     int32_t again = error(mVoxa->stopListening(handle));
-    EXPECT_TRUE(again == kOk || isDefinedError(again)) << again;
+    EXPECT_TRUE(okOrDefinedError(again)) << again;
     EXPECT_EQ(kOk, error(mVoxa->releaseSession(handle)));
     EXPECT_EQ(kInvalid, error(mVoxa->releaseSession(handle)));
 }
@@ -248,16 +242,17 @@ TEST_P(VoxaVts, ClientEndsItsSessionFromItsCallback) {
     }
 }
 
-}  // namespace
-
 #ifdef __ANDROID__
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(VoxaVts);
 #endif
 INSTANTIATE_TEST_SUITE_P(Instances, VoxaVts, testing::ValuesIn(instanceNames()),
                          [](const testing::TestParamInfo<std::string>& info) {
                              std::string name = info.param;
-                             for (char& c : name) {
-                                 if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-                             }
+                             std::replace_if(
+                                     name.begin(), name.end(),
+                                     [](unsigned char c) { return !std::isalnum(c); }, '_');
                              return name;
                          });
+
+}  // namespace
+}  // namespace aidl::vendor::orbo::hardware::voxa
