@@ -1,6 +1,10 @@
 #include <android/binder_manager.h>
 #include <binder_host/test_controls.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
 
 #include "TestBinder.h"
 
@@ -32,6 +36,28 @@ TEST_F(ServiceManagerTest, RegisteredObjectLivesUntilReplacedOrCleared) {
     binder_host::clearServices();
     EXPECT_EQ(mFirst.destroyed, 1);
     EXPECT_EQ(AServiceManager_checkService("test.IObject/a"), nullptr);
+}
+
+// An interface's declared instances are the names registered under its descriptor and a slash,
+// not under a descriptor that merely starts with it; the callback may use the service manager.
+TEST_F(ServiceManagerTest, DeclaredInstancesAreThoseRegisteredUnderTheDescriptor) {
+    SpAIBinder binder = newBinder(&mFirst);
+    for (const char* name : {"test.IObject/b", "test.IObject/a", "test.IObjectCallback/c",
+                             "test.IObjec/d", "test.IObject"}) {
+        ASSERT_EQ(AServiceManager_addService(binder.get(), name), STATUS_OK);
+    }
+    std::vector<std::string> found;
+    AServiceManager_forEachDeclaredInstance("test.IObject", &found, [](const char* name, void* to) {
+        SpAIBinder again(
+                AServiceManager_checkService(("test.IObject/" + std::string(name)).c_str()));
+        if (again.get() != nullptr) static_cast<std::vector<std::string>*>(to)->push_back(name);
+    });
+    EXPECT_THAT(found, testing::ElementsAre("a", "b"));
+    EXPECT_TRUE(AServiceManager_isDeclared("test.IObject/a"));
+    EXPECT_FALSE(AServiceManager_isDeclared("test.IObject/e"));
+    EXPECT_FALSE(AServiceManager_isDeclared(nullptr));
+    binder_host::clearServices();
+    EXPECT_FALSE(AServiceManager_isDeclared("test.IObject/a"));
 }
 
 // Each injected failure hits the next call only, which then changes nothing; clearServices

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "InjectedFailures.h"
 
@@ -78,6 +79,30 @@ AIBinder* AServiceManager_waitForService(const char* instance) {
     AIBinder* binder = nullptr;
     table.mAdded.wait(lock, [&] { return (binder = findLocked(table, instance)) != nullptr; });
     return binder;
+}
+
+bool AServiceManager_isDeclared(const char* instance) {
+    if (instance == nullptr) return false;
+    ServiceTable& table = serviceTable();
+    std::lock_guard<std::mutex> lock(table.mLock);
+    return table.mServices.count(instance) != 0;
+}
+
+void AServiceManager_forEachDeclaredInstance(const char* interface, void* context,
+                                             void (*callback)(const char*, void*)) {
+    if (interface == nullptr || callback == nullptr) return;
+    const std::string prefix = std::string(interface) + "/";
+    std::vector<std::string> names;
+    {
+        ServiceTable& table = serviceTable();
+        std::lock_guard<std::mutex> lock(table.mLock);
+        for (auto entry = table.mServices.lower_bound(prefix);
+             entry != table.mServices.end() && entry->first.compare(0, prefix.size(), prefix) == 0;
+             ++entry) {
+            names.push_back(entry->first.substr(prefix.size()));
+        }
+    }
+    for (const std::string& name : names) callback(name.c_str(), context);
 }
 
 namespace binder_host {

@@ -8,6 +8,7 @@
 
 #include <android/binder_ibinder.h>
 #include <android/binder_status.h>
+#include <stdbool.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -34,6 +35,21 @@ AIBinder* AServiceManager_getService(const char* instance);
  * Null only for a null `instance`.
  */
 AIBinder* AServiceManager_waitForService(const char* instance);
+
+/*
+ * Whether `instance` ("<descriptor>/<name>") is declared. With no VINTF manifest on this host, an
+ * instance is declared while something is registered under it. False for a null `instance`.
+ */
+bool AServiceManager_isDeclared(const char* instance);
+
+/*
+ * Calls `callback` once for every declared instance of the interface `interface` (a descriptor),
+ * in ascending order, with the instance's name after "<descriptor>/" and `context`. The names are
+ * taken first and the callback runs without any lock held, so it may call the service manager.
+ * Does nothing for a null `interface` or `callback`.
+ */
+void AServiceManager_forEachDeclaredInstance(const char* interface, void* context,
+                                             void (*callback)(const char*, void*));
 
 #ifdef __cplusplus
 }  // extern "C"

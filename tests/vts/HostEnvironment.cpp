@@ -1,0 +1,147 @@
+// The host's stand-in for a device: the service registered as its host process registers it, over
+// the fake PAL and an engine that runs on the fake's streams.
+#ifndef __ANDROID__
+
+#include <binder_host/test_controls.h>
+#include <gtest/gtest.h>
+#include <pal/fake_pal.h>
+
+#include <condition_variable>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "Service.h"
+#include "VtsEnvironment.h"
+
+namespace voxa_vts {
+namespace {
+
+using fake_pal::Call;
+using fake_pal::FakePal;
+using fake_pal::Function;
+
+constexpr int32_t kBusy = -16;
+
+std::vector<uint8_t> resultPayload() {
+    pal_asr_event header{};
+    header.num_events = 1;
+    pal_asr_result result{};
+    std::strcpy(result.text, "hello");
+    std::vector<uint8_t> payload(sizeof(header) + sizeof(result));
+    std::memcpy(payload.data(), &header, sizeof(header));
+    std::memcpy(payload.data() + sizeof(header), &result, sizeof(result));
+    return payload;
+}
+
+// One recogniser behind every stream: while a stream is started it raises a result on it every
+// few milliseconds from its own thread, and when the stream stops it flushes one last result,
+// which reaches the service after its stop and must go no further. It refuses (EBUSY) to start a
+// stream while another runs, a stream started again while it runs included. It learns which
+// streams run from the calls the fake PAL recorded, so nothing may reset the fake while it runs;
+// a refusal it scripts in the start's hook is taken by the next recorded start.
+class Engine {
+  public:
+    Engine() {
+        pal().setHook(Function::StreamStart, [this] { beforeStart(); });
+        mThread = std::thread(&Engine::run, this);
+    }
+    ~Engine() {
+        {
+            std::lock_guard<std::mutex> lock(mLock);
+            mStopping = true;
+        }
+        mWake.notify_all();
+        mThread.join();
+        pal().setHook(Function::StreamStart, nullptr);
+    }
+
+  private:
+    static FakePal& pal() { return FakePal::instance(); }
+
+    // Requires mLock.
+    void catchUpLocked() {
+        std::vector<Call> calls = pal().calls();
+        for (; mSeen < calls.size(); ++mSeen) {
+            const Call& call = calls[mSeen];
+            if (call.function == Function::StreamStart) {
+                if (mRefusals > 0) {
+                    --mRefusals;
+                } else {
+                    mStarted.insert(call.stream);
+                }
+            } else if (call.function == Function::StreamStop && mStarted.erase(call.stream)) {
+                mFlushing.push_back(call.stream);
+            } else if (call.function == Function::StreamClose) {
+                mStarted.erase(call.stream);
+            }
+        }
+    }
+
+    void beforeStart() {
+        std::lock_guard<std::mutex> lock(mLock);
+        catchUpLocked();
+        if (mStarted.empty()) return;
+        ++mRefusals;
+        pal().queueResults(Function::StreamStart, {kBusy});
+    }
+
+    // Raises without mLock held: a client may start a stream from inside the result's callback.
+    void run() {
+        const std::vector<uint8_t> payload = resultPayload();
+        std::unique_lock<std::mutex> lock(mLock);
+        while (!mStopping) {
+            catchUpLocked();
+            std::vector<pal_stream_handle*> streams;
+            streams.swap(mFlushing);
+            streams.insert(streams.end(), mStarted.begin(), mStarted.end());
+            lock.unlock();
+            for (pal_stream_handle* stream : streams) pal().raiseEvent(stream, 0, payload);
+            lock.lock();
+            mWake.wait_for(lock, std::chrono::milliseconds(2), [&] { return mStopping; });
+        }
+    }
+
+    std::mutex mLock;
+    std::condition_variable mWake;
+    size_t mSeen = 0;                           // guarded by mLock; calls already read
+    int mRefusals = 0;                          // guarded by mLock; scripted, not yet recorded
+    std::set<pal_stream_handle*> mStarted;      // guarded by mLock
+    std::vector<pal_stream_handle*> mFlushing;  // guarded by mLock; stopped, last result due
+    bool mStopping = false;                     // guarded by mLock
+    std::thread mThread;
+};
+
+// Registers the service when built, so that its instance can be listed before the tests run (a
+// failed registration lists none, which fails the run); the engine runs from SetUp to TearDown.
+class HostEnvironment : public testing::Environment {
+  public:
+    HostEnvironment() { registerService(); }
+    void SetUp() override { mEngine = std::make_unique<Engine>(); }
+    void TearDown() override {
+        mEngine.reset();
+        binder_host::clearServices();
+    }
+
+  private:
+    std::unique_ptr<Engine> mEngine;
+};
+
+}  // namespace
+
+void startInstances() {
+    static const bool started = (testing::AddGlobalTestEnvironment(new HostEnvironment), true);
+    (void)started;
+}
+
+bool killClientProcess(AIBinder* client) {
+    binder_host::killProcessOf(client);
+    return true;
+}
+
+}  // namespace voxa_vts
+
+#endif  // __ANDROID__

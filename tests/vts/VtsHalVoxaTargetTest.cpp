@@ -1,0 +1,258 @@
+// Checks every registered instance of IVoxa through the interface alone, as a vendor test suite
+// checks a HAL on a device. Only VtsEnvironment.h knows the platform.
+
+#include <aidl/vendor/orbo/hardware/voxa/IVoxa.h>
+#include <aidl/vendor/orbo/hardware/voxa/ServiceError.h>
+#include <android/binder_manager.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "VtsEnvironment.h"
+#include "support/RecordingCallback.h"
+
+#ifdef __ANDROID__
+#include <aidl/Vintf.h>
+#endif
+
+namespace aidl::vendor::orbo::hardware::voxa {
+namespace {
+
+using voxa_test::CountingGlobalCallback;
+using voxa_test::RecordingCallback;
+
+constexpr int32_t kOk = 0;
+constexpr auto kInvalid = static_cast<int32_t>(ServiceError::INVALID);
+constexpr auto kContention = static_cast<int32_t>(ServiceError::RESOURCE_CONTENTION);
+
+// 0 for OK, otherwise the service-specific error, which every failure must be.
+int32_t error(const ndk::ScopedAStatus& status) {
+    if (status.isOk()) return kOk;
+    EXPECT_EQ(EX_SERVICE_SPECIFIC, status.getExceptionCode()) << status.getDescription();
+    return status.getServiceSpecificError();
+}
+
+bool okOrDefinedError(int32_t code) {
+    return code <= kOk && code >= static_cast<int32_t>(ServiceError::FAILURE);
+}
+
+VoxaConfig config(const std::string& input = "en-US", const std::string& output = "en-US") {
+    VoxaConfig config;
+    config.input_lang_code = input;
+    config.output_lang_code = output;
+    config.mode = TranscriptionMode::PARTIAL_CONTINUOUS;
+    return config;
+}
+
+VoxaParameter parameter(ParameterType type, size_t size) {
+    VoxaParameter parameter;
+    parameter.param = type;
+    parameter.data.assign(size, 0x5a);
+    return parameter;
+}
+
+std::vector<std::string> instanceNames() {
+    voxa_vts::startInstances();
+#ifdef __ANDROID__
+    return android::getAidlHalInstanceNames(IVoxa::descriptor);
+#else
+    std::vector<std::string> names;
+    AServiceManager_forEachDeclaredInstance(
+            IVoxa::descriptor, &names, [](const char* name, void* to) {
+                static_cast<std::vector<std::string>*>(to)->push_back(
+                        std::string(IVoxa::descriptor) + "/" + name);
+            });
+    return names;
+#endif
+}
+
+// Each test is one client: it registers its global callback and releases what it opened.
+class VoxaVts : public testing::TestWithParam<std::string> {
+  protected:
+    void SetUp() override {
+        mVoxa = IVoxa::fromBinder(
+                ndk::SpAIBinder(AServiceManager_waitForService(GetParam().c_str())));
+        ASSERT_NE(nullptr, mVoxa);
+        ASSERT_EQ(kOk, error(mVoxa->registerGlobalCallback(mGlobal)));
+    }
+    void TearDown() override {
+        for (int32_t handle : mHandles) mVoxa->releaseSession(handle);
+    }
+
+    int32_t open(const std::shared_ptr<RecordingCallback>& client) {
+        VoxaModel model;  // the recogniser's engine
+        model.vendorUuid = "6f1d2c3b-8a47-4e95-b0c2-5d7e9a31f648";
+        int32_t handle = 0;
+        EXPECT_EQ(kOk, error(mVoxa->initSession(model, client, &handle)));
+        mHandles.push_back(handle);
+        return handle;
+    }
+    static std::shared_ptr<RecordingCallback> client() {
+        return ndk::SharedRefBase::make<RecordingCallback>();
+    }
+
+    std::shared_ptr<IVoxa> mVoxa;
+    std::shared_ptr<CountingGlobalCallback> mGlobal =
+            ndk::SharedRefBase::make<CountingGlobalCallback>();
+    std::vector<int32_t> mHandles;
+};
+
+TEST_P(VoxaVts, HandlesAreDistinctAndCountUp) {
+    int32_t first = open(client()), second = open(client()), third = open(client());
+    EXPECT_LT(first, second);
+    EXPECT_LT(second, third);
+    ASSERT_EQ(kOk, error(mVoxa->releaseSession(second)));
+    EXPECT_LT(third, open(client()));
+}
+
+TEST_P(VoxaVts, UnknownHandlesAreInvalid) {
+    int32_t released = open(client());
+    ASSERT_EQ(kOk, error(mVoxa->releaseSession(released)));
+    for (int32_t handle : {released, -1}) {
+        SCOPED_TRACE(handle);
+        EXPECT_EQ(kInvalid, error(mVoxa->startListening(handle, config())));
+        EXPECT_EQ(kInvalid,
+                  error(mVoxa->setParameter(handle, parameter(ParameterType::CUSTOM_EXTRAS, 1))));
+        EXPECT_EQ(kInvalid, error(mVoxa->stopListening(handle)));
+        EXPECT_EQ(kInvalid, error(mVoxa->releaseSession(handle)));
+    }
+}
+
+// A refused configuration or parameter leaves the session as it was: idle, or listening.
+TEST_P(VoxaVts, InvalidConfigurationsAndParametersAreRefused) {
+    auto events = client();
+    int32_t handle = open(events);
+    EXPECT_EQ(kInvalid, error(mVoxa->startListening(handle, config("xx-XX"))));
+    ASSERT_EQ(kOk, error(mVoxa->startListening(handle, config())));
+    EXPECT_EQ(kInvalid, error(mVoxa->startListening(handle, config("en-US", "en-us"))));
+    EXPECT_EQ(kInvalid, error(mVoxa->setParameter(handle, parameter(ParameterType::INVALID, 1))));
+    EXPECT_EQ(kInvalid, error(mVoxa->setParameter(handle, parameter(ParameterType(7), 1))));
+    EXPECT_EQ(kInvalid,
+              error(mVoxa->setParameter(handle, parameter(ParameterType::CUSTOM_EXTRAS, 21))));
+    EXPECT_EQ(kOk, error(mVoxa->setParameter(handle, parameter(ParameterType::CUSTOM_EXTRAS, 20))));
+    EXPECT_EQ(kOk,
+              error(mVoxa->setParameter(handle, parameter(ParameterType::FORCE_OUTPUT_EVENT, 0))));
+    EXPECT_TRUE(events->waitForDeliveries(events->deliveries().size() + 1));
+}
+
+TEST_P(VoxaVts, SecondSessionStartsOnceTheFirstIsReleased) {
+    int32_t first = open(client());
+    auto second = client();
+    int32_t secondHandle = open(second);
+    ASSERT_EQ(kOk, error(mVoxa->startListening(first, config())));
+    int32_t started = error(mVoxa->startListening(secondHandle, config()));
+    EXPECT_TRUE(started == kOk || started == kContention) << started;
+    ASSERT_EQ(kOk, error(mVoxa->releaseSession(first)));
+    if (started != kOk) {
+        EXPECT_EQ(kOk, error(mVoxa->startListening(secondHandle, config())));
+    }
+    EXPECT_TRUE(second->waitForDeliveries(1));
+}
+
+TEST_P(VoxaVts, StopAndReleaseAreIdempotent) {
+    int32_t handle = open(client());
+    int32_t idle = error(mVoxa->stopListening(handle));
+    EXPECT_TRUE(okOrDefinedError(idle)) << idle;
+    ASSERT_EQ(kOk, error(mVoxa->startListening(handle, config())));
+    EXPECT_EQ(kOk, error(mVoxa->stopListening(handle)));
+    int32_t again = error(mVoxa->stopListening(handle));
+    EXPECT_TRUE(okOrDefinedError(again)) << again;
+    EXPECT_EQ(kOk, error(mVoxa->releaseSession(handle)));
+    EXPECT_EQ(kInvalid, error(mVoxa->releaseSession(handle)));
+}
+
+// Once a second session has had a result, any late result of the first has had its turn.
+TEST_P(VoxaVts, EventsArriveOnlyBetweenStartAndStop) {
+    auto first = client(), second = client();
+    int32_t firstHandle = open(first), secondHandle = open(second);
+    ASSERT_EQ(kOk, error(mVoxa->startListening(firstHandle, config())));
+    ASSERT_TRUE(first->waitForDeliveries(1));
+    ASSERT_EQ(kOk, error(mVoxa->stopListening(firstHandle)));
+    size_t atStop = first->deliveries().size();
+    EXPECT_TRUE(second->deliveries().empty());
+    ASSERT_EQ(kOk, error(mVoxa->startListening(secondHandle, config())));
+    ASSERT_TRUE(second->waitForDeliveries(1));
+    EXPECT_EQ(atStop, first->deliveries().size());
+    for (const auto& delivery : first->deliveries()) EXPECT_EQ(firstHandle, delivery.handle);
+    for (const auto& delivery : second->deliveries()) EXPECT_EQ(secondHandle, delivery.handle);
+}
+
+TEST_P(VoxaVts, ClientDeathReleasesItsSessions) {
+    auto dying = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    ASSERT_EQ(kOk, error(mVoxa->registerGlobalCallback(dying)));
+    int32_t orphan = open(client());
+    ASSERT_EQ(kOk, error(mVoxa->startListening(orphan, config())));
+    if (!voxa_vts::killClientProcess(dying->asBinder().get())) {
+        GTEST_SKIP() << "a client's death needs the client in a second process";
+    }
+    EXPECT_EQ(kInvalid, error(mVoxa->stopListening(orphan)));
+    ASSERT_EQ(kOk, error(mVoxa->registerGlobalCallback(mGlobal)));
+    auto next = client();
+    EXPECT_EQ(kOk, error(mVoxa->startListening(open(next), config())));
+    EXPECT_TRUE(next->waitForDeliveries(1));
+}
+
+TEST_P(VoxaVts, SupportedLanguagesAreAppended) {
+    std::vector<std::string> languages{"kept"};
+    ASSERT_EQ(kOk, error(mVoxa->getSupportedLanguages(-1, &languages)));
+    ASSERT_EQ(101u, languages.size());
+    EXPECT_EQ("kept", languages[0]);
+    EXPECT_EQ("english : en-US", languages[1]);
+    for (size_t i = 1; i < languages.size(); ++i) {
+        EXPECT_NE(std::string::npos, languages[i].find(" : ")) << languages[i];
+    }
+    ASSERT_EQ(kOk, error(mVoxa->getSupportedLanguages(open(client()), &languages)));
+    ASSERT_EQ(201u, languages.size());
+    EXPECT_TRUE(
+            std::equal(languages.begin() + 1, languages.begin() + 101, languages.begin() + 101));
+}
+
+// The call made from inside the callback ends the session: no later result, and the engine is
+// free for another session.
+TEST_P(VoxaVts, ClientEndsItsSessionFromItsCallback) {
+    for (bool release : {false, true}) {
+        SCOPED_TRACE(release ? "releaseSession" : "stopListening");
+        auto ending = client();
+        int32_t handle = open(ending);
+        auto ended = std::make_shared<std::promise<int32_t>>();
+        auto once = std::make_shared<std::atomic<bool>>(false);
+        ending->onCall([=, voxa = mVoxa.get()] {
+            if (once->exchange(true)) return;
+            ended->set_value(
+                    error(release ? voxa->releaseSession(handle) : voxa->stopListening(handle)));
+        });
+        std::future<int32_t> endedStatus = ended->get_future();
+        ASSERT_EQ(kOk, error(mVoxa->startListening(handle, config())));
+        ASSERT_EQ(std::future_status::ready, endedStatus.wait_for(std::chrono::seconds(10)));
+        EXPECT_EQ(kOk, endedStatus.get());
+        auto next = client();
+        int32_t nextHandle = open(next);
+        ASSERT_EQ(kOk, error(mVoxa->startListening(nextHandle, config())));
+        ASSERT_TRUE(next->waitForDeliveries(1));
+        EXPECT_EQ(1u, ending->deliveries().size());
+        EXPECT_EQ(release ? kInvalid : kOk, error(mVoxa->releaseSession(handle)));
+        EXPECT_EQ(kOk, error(mVoxa->releaseSession(nextHandle)));
+    }
+}
+
+#ifdef __ANDROID__
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(VoxaVts);
+#endif
+INSTANTIATE_TEST_SUITE_P(Instances, VoxaVts, testing::ValuesIn(instanceNames()),
+                         [](const testing::TestParamInfo<std::string>& info) {
+                             std::string name = info.param;
+                             std::replace_if(
+                                     name.begin(), name.end(),
+                                     [](unsigned char c) { return !std::isalnum(c); }, '_');
+                             return name;
+                         });
+
+}  // namespace
+}  // namespace aidl::vendor::orbo::hardware::voxa
