@@ -21,7 +21,7 @@ namespace {
 
 // How far past what it has read a seek may skip while libsndfile parses a header. Further seeks
 // fail: on a stream they would read everything up to their target before the first frame.
-constexpr int64_t kLookAhead = 64 * 1024;
+constexpr int64_t kLookAhead = int64_t{64} * 1024;
 // A header that declares this much data or more is a placeholder of a writer that did not know
 // the length (arecord, sox writing to a pipe), not a length.
 constexpr int64_t kPlaceholderBytes = 0x7fff0000;
@@ -149,7 +149,7 @@ int bytesPerSample(int format) {
 
 int64_t declaredFrames(const SF_INFO& info) {
     if (info.frames == SF_COUNT_MAX ||
-        info.frames >= kPlaceholderBytes / (info.channels * bytesPerSample(info.format))) {
+        info.frames >= kPlaceholderBytes / info.channels / bytesPerSample(info.format)) {
         return -1;
     }
     return info.frames;
@@ -252,8 +252,8 @@ class DeviceFeed::Source {
     // Reads at most `frames` frames; 0 at the end. A trailing part of a raw frame is dropped.
     size_t read(float* samples, size_t frames) {
         if (mFile != nullptr) {
-            return static_cast<size_t>(
-                    std::max<sf_count_t>(0, sf_readf_float(mFile, samples, frames)));
+            return static_cast<size_t>(std::max<sf_count_t>(
+                    0, sf_readf_float(mFile, samples, static_cast<sf_count_t>(frames))));
         }
         const size_t frameBytes = 2 * static_cast<size_t>(mChannels);
         mBytes.resize(frames * frameBytes);
