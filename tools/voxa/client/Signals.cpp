@@ -12,7 +12,7 @@ namespace voxa_tool {
 namespace {
 
 std::mutex gLock;
-std::function<void(int)> gHandler;  // guarded by gLock
+std::function<bool(int)> gHandler;  // guarded by gLock
 
 sigset_t stopSignals() {
     sigset_t set;
@@ -32,19 +32,18 @@ void watchSignals() {
         for (;;) {
             int signal = 0;
             if (sigwait(&set, &signal) != 0) continue;
-            std::function<void(int)> handler;
+            std::function<bool(int)> handler;
             {
                 std::lock_guard<std::mutex> lock(gLock);
                 handler = gHandler;
             }
-            if (!first || handler == nullptr) _exit(128 + signal);
+            if (!first || handler == nullptr || !handler(signal)) _exit(128 + signal);
             first = false;
-            handler(signal);
         }
     }).detach();
 }
 
-void setSignalHandler(std::function<void(int)> handler) {
+void setSignalHandler(std::function<bool(int)> handler) {
     std::lock_guard<std::mutex> lock(gLock);
     gHandler = std::move(handler);
 }

@@ -1,6 +1,6 @@
 // SIGINT and SIGTERM, routed to the program instead of ending it. The first one goes to the
-// handler in force; without a handler, and at any signal after the first, the process ends at
-// once with 128 + the signal's number.
+// handler in force; without a handler, when the handler does not take it, and at any signal
+// after the first, the process ends at once with 128 + the signal's number.
 #ifndef VOXA_TOOL_SIGNALS_H
 #define VOXA_TOOL_SIGNALS_H
 
@@ -14,8 +14,8 @@ namespace voxa_tool {
 void watchSignals();
 
 // Sets the function that the first signal is given to (with its number, on the watching
-// thread); null: none. Thread-safe.
-void setSignalHandler(std::function<void(int)> handler);
+// thread); it returns whether it takes the signal. Null: none. Thread-safe.
+void setSignalHandler(std::function<bool(int)> handler);
 
 }  // namespace voxa_tool
 

@@ -114,11 +114,14 @@ Status Transcriber::run(const Options& options, Output* output) {
     if (!registered.isOk()) {
         return Status::failure("registerGlobalCallback failed (" + errorName(registered) + ")");
     }
+    // A signal while no session listens ends the program at once: there is nothing to force.
     setSignalHandler([this](int signal) {
+        if (!mListening) return false;
         mSignal = signal;
         SessionEvent event;
         event.signal = signal;
         mEvents->push(std::move(event));
+        return true;
     });
     Status worst = Status::ok();
     for (size_t i = 0; i < options.files.size() && mSignal == 0; ++i) {
@@ -240,6 +243,7 @@ std::optional<InputEnd> Transcriber::listen(int32_t handle, const Options& optio
         mEvents->push(std::move(event));
     });
     const auto start = std::chrono::steady_clock::now();
+    mListening = true;
     std::optional<InputEnd> end;
     std::optional<std::chrono::steady_clock::time_point> forcedBy;
     SessionEvent event;
@@ -276,6 +280,7 @@ std::optional<InputEnd> Transcriber::listen(int32_t handle, const Options& optio
         deliver(event, formatter, heardSpeech);
         if (forcedBy && event.asr && isFinal(*event.asr)) break;
     }
+    mListening = false;
     *stopped = mService->stopListening(handle);
     // The host's wait ends with the stop at the latest.
     waiter.join();

@@ -68,8 +68,9 @@ class Transcriber {
     // Registered by run; the service watches it for the client's death, so it lives as long as
     // the Transcriber at least.
     const std::shared_ptr<GlobalCallback> mGlobalCallback;
-    std::atomic<int> mSignal{0};  // the stop signal that came, or 0
-    int64_t mPositionMs = 0;      // how far into the input the results have come
+    std::atomic<bool> mListening{false};  // a session is in listen()
+    std::atomic<int> mSignal{0};          // the stop signal taken, or 0
+    int64_t mPositionMs = 0;              // how far into the input the results have come
 };
 
 }  // namespace voxa_tool
