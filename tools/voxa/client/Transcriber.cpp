@@ -133,7 +133,7 @@ Status Transcriber::run(const Options& options, Output* output) {
         }
         if (!status.isOk()) {
             note(status.message());
-            if (status.exitCode() > worst.exitCode()) worst = Status::failure("");
+            worst = Status::failure("");
         }
     }
     setSignalHandler(nullptr);

@@ -42,9 +42,9 @@ class Transcriber {
     // input that fails is reported and the next one goes on; a failure that every input would
     // meet (the model, a busy engine) ends the run. SIGINT or SIGTERM (Signals.h) ends the
     // input in progress with what the engine has heard of it and then the run. Every session is
-    // released before this returns. Returns ok when every input succeeded; else a failure
-    // whose message is empty when the failures were reported already, with the exit status of
-    // the worst, or 128 + the signal's number.
+    // released before this returns. Returns ok when every input succeeded; else the failure that
+    // ended the run, a failure with no message when inputs failed (they were reported), or the
+    // signal's status.
     Status run(const Options& options, Output* output);
 
   private:
