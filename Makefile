@@ -13,7 +13,8 @@ export ASAN_OPTIONS := detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS := print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS := halt_on_error=1:second_deadlock_stack=1
 
-.PHONY: all deps demo test test-asan test-tsan test-thread-safety test-fuzz fuzz fuzz-build stress bench format
+.PHONY: all deps demo test test-asan test-tsan test-thread-safety test-fuzz fuzz fuzz-build stress \
+	bench format lint
 
 all: demo
 
@@ -89,3 +90,10 @@ bench: deps
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+# clang-tidy with .clang-tidy over the library, the host platform and the tools; the interface's
+# generated headers are built first.
+lint: deps
+	cmake -S . -B $(BUILD_DIR)/lint $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DVOXA_BUILD_TESTS=OFF
+	cmake --build $(BUILD_DIR)/lint --target vendor.orbo.hardware.voxa-V3-ndk
+	run-clang-tidy -quiet -j $$(nproc) -p $(BUILD_DIR)/lint '$(CURDIR)/(service|host|tools)/'

@@ -1,3 +1,4 @@
+#include <android/binder_auto_utils.h>
 #include <android/binder_manager.h>
 #include <binder_host/test_controls.h>
 #include <gmock/gmock.h>
@@ -11,7 +12,39 @@
 namespace {
 
 using binder_test::newBinder;
+using ndk::ScopedAStatus;
 using ndk::SpAIBinder;
+
+// Each kind of failure the service and the voxa program meet, and what its accessors report.
+TEST(StatusTest, AccessorsReportWhatTheStatusWasMadeFrom) {
+    struct Case {
+        ScopedAStatus status;
+        binder_exception_t exception;
+        binder_status_t code;
+        int32_t error;
+        const char* message;
+        const char* description;
+    };
+    Case cases[] = {
+            {ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT), EX_TRANSACTION_FAILED,
+             STATUS_DEAD_OBJECT, 0, "",
+             "EX_TRANSACTION_FAILED (-129), status STATUS_DEAD_OBJECT (-32)"},
+            {ScopedAStatus::fromExceptionCodeWithMessage(EX_SECURITY, "denied"), EX_SECURITY,
+             STATUS_OK, 0, "denied", "EX_SECURITY (-1): denied"},
+            {ScopedAStatus::fromServiceSpecificErrorWithMessage(-4, "FAILURE"), EX_SERVICE_SPECIFIC,
+             STATUS_OK, -4, "FAILURE", "EX_SERVICE_SPECIFIC (-8), error -4: FAILURE"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.description);
+        EXPECT_FALSE(c.status.isOk());
+        EXPECT_EQ(c.status.getExceptionCode(), c.exception);
+        EXPECT_EQ(c.status.getStatus(), c.code);
+        EXPECT_EQ(c.status.getServiceSpecificError(), c.error);
+        EXPECT_STREQ(c.status.getMessage(), c.message);
+        EXPECT_EQ(c.status.getDescription(), c.description);
+    }
+    EXPECT_EQ(ScopedAStatus::fromStatus(STATUS_OK).getDescription(), "ok");
+}
 
 class ServiceManagerTest : public testing::Test {
   protected:

@@ -14,9 +14,9 @@
 #include <thread>
 
 #include "Cli.h"
+#include "EngineHost.h"
 #include "Formatters.h"
 #include "ReferenceRecogniser.h"
-#include "ServiceLoader.h"
 #include "Transcriber.h"
 #include "support/RecordingCallback.h"
 
@@ -74,7 +74,7 @@ class EndToEndTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
         __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
-        ASSERT_EQ("", voxa_tool::loadService(VOXA_LIBRARY, &sService));
+        ASSERT_TRUE(voxa_tool::connectToService(sHost, VOXA_LIBRARY, &sService).isOk());
         sGlobal = ndk::SharedRefBase::make<CountingGlobalCallback>();
         ASSERT_TRUE(sService->registerGlobalCallback(sGlobal).isOk());
     }
@@ -105,6 +105,7 @@ class EndToEndTest : public ::testing::Test {
         ASSERT_TRUE(mCallback->waitForDeliveries(1));
     }
 
+    static inline voxa_tool::EngineHost sHost;
     static inline std::shared_ptr<IVoxa> sService;
     static inline std::shared_ptr<CountingGlobalCallback> sGlobal;
     std::shared_ptr<RecordingCallback> mCallback;
@@ -116,20 +117,22 @@ TEST_F(EndToEndTest, LibriVoxRecordingsMatchTheRecogniserAloneWithWordTimesInsid
     voxa_tool::Options options;
     std::vector<std::string> args = {"transcribe", "--timestamps"};
     for (const auto& [name, text] : kRecordings) args.push_back(kLibriVox + name + ".wav");
-    ASSERT_EQ("", voxa_tool::parseOptions(args, &options));
+    ASSERT_TRUE(voxa_tool::parseOptions(args, &options).isOk());
     CapturingFormatter formatter;
+    voxa_tool::StreamOutput output(&formatter);
     std::ostringstream terminal;
     voxa_tool::Progress progress(terminal, true);
-    voxa_tool::Outcome outcome =
-            voxa_tool::Transcriber(sService, &formatter, &progress).run(options);
-    ASSERT_TRUE(outcome.ok()) << outcome.message;
+    voxa_tool::Status outcome =
+            voxa_tool::Transcriber(sService, &sHost, &progress, terminal).run(options, &output);
+    ASSERT_TRUE(outcome.isOk()) << outcome.message();
 
     std::vector<std::string> allReference, allStack;
     for (const auto& [name, text] : kRecordings) {
         SCOPED_TRACE(name);
         const std::string path = kLibriVox + name + ".wav";
-        int64_t durationMs = 0;
-        ASSERT_EQ("", voxa_tool::probeSoundFile(path, &durationMs));
+        voxa_tool::SoundFacts facts;
+        ASSERT_TRUE(voxa_tool::probeSoundFile(path, {8000, 384000, 8}, &facts).isOk());
+        const int64_t durationMs = facts.frames * 1000 / facts.rate;
         std::vector<std::string> words;
         int64_t previousEnd = 0;
         for (const VoxaEvent& event : formatter.events[path]) {
@@ -222,7 +225,7 @@ TEST_F(EndToEndTest, SecondSessionMeetsContentionUntilTheFirstIsReleased) {
     // The program reports the busy engine with its own exit status.
     std::ostringstream out, err;
     EXPECT_EQ(voxa_tool::kExitBusy,
-              voxa_tool::runVoxa({"transcribe", kLongRecording}, out, err, false));
+              voxa_tool::runVoxa({"transcribe", kLongRecording}, sHost, {out, err}));
     EXPECT_EQ("voxa: the recognition engine is busy with another session (RESOURCE_CONTENTION)\n",
               err.str());
     EXPECT_EQ("", out.str());

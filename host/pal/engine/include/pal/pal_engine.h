@@ -53,6 +53,18 @@ void clearSource();
 // waits without limit.
 int32_t waitUntilDone(std::chrono::milliseconds timeout);
 
+// What the engine can do, for a host that describes it to its users and checks its input before
+// a start would fail. Abilities.cpp keeps it in step with the model image and the resampler.
+struct Abilities {
+    std::vector<std::string> recognised;    // language codes of the models it recognises with
+    std::vector<std::string> translatedTo;  // language codes it translates into
+    int minSampleRate = 0;                  // Hz, of a sound file or a PCM source
+    int maxSampleRate = 0;
+    int maxChannels = 0;
+};
+
+Abilities abilities();
+
 }  // namespace pal_engine
 
 #endif  // PAL_ENGINE_H

@@ -1,8 +1,9 @@
-// The client side of the service's callbacks. The service calls them on the engine's thread
-// while it holds the session's lock, so they only hand the results over to the main thread and
-// never call back into IVoxa (that would deadlock on a device too).
-#ifndef VOXA_TOOL_CLIENT_CALLBACKS_H
-#define VOXA_TOOL_CLIENT_CALLBACKS_H
+// What a session's main thread waits for, in one queue: the service's callbacks, the host part's
+// news that the input has ended, and a signal asking the program to stop. The service calls the
+// callbacks on the engine's thread while it holds the session's lock, so they only queue what
+// they are given and never call back into IVoxa (that would deadlock on a device too).
+#ifndef VOXA_TOOL_SESSION_EVENTS_H
+#define VOXA_TOOL_SESSION_EVENTS_H
 
 #include <aidl/vendor/orbo/hardware/voxa/BnVoxaCallback.h>
 #include <aidl/vendor/orbo/hardware/voxa/BnVoxaGlobalCallback.h>
@@ -14,18 +15,22 @@
 #include <mutex>
 #include <optional>
 
+#include "Host.h"
+
 namespace voxa_tool {
 
-// One result as the service delivered it: exactly one of `asr` and `sdz` is set.
-struct Delivery {
+// Exactly one of the optional members is set.
+struct SessionEvent {
     int32_t handle = -1;
     std::optional<aidl::vendor::orbo::hardware::voxa::VoxaEvent> asr;
     std::optional<aidl::vendor::orbo::hardware::voxa::SpeakerDiarizationEvent> sdz;
+    std::optional<InputEnd> inputEnded;
+    std::optional<int> signal;  // SIGINT or SIGTERM
 };
 
-// A session's IVoxaCallback: queues every delivery, in order, for the main thread.
+// A session's IVoxaCallback and the queue of everything its main thread waits for.
 // Thread-safe; mLock guards the queue.
-class SessionCallback : public aidl::vendor::orbo::hardware::voxa::BnVoxaCallback {
+class SessionEvents : public aidl::vendor::orbo::hardware::voxa::BnVoxaCallback {
   public:
     ndk::ScopedAStatus onAsrEvent(
             int32_t handle, const aidl::vendor::orbo::hardware::voxa::VoxaEvent& event) override;
@@ -33,15 +38,15 @@ class SessionCallback : public aidl::vendor::orbo::hardware::voxa::BnVoxaCallbac
             int32_t handle,
             const aidl::vendor::orbo::hardware::voxa::SpeakerDiarizationEvent& event) override;
 
-    // Takes the oldest delivery, waiting at most `timeout` for one. Returns false when none came.
-    bool next(std::chrono::milliseconds timeout, Delivery* delivery);
+    void push(SessionEvent event);
+    // Takes the oldest event, waiting at most `timeout` for one (a negative timeout: without
+    // limit). Returns false when none came.
+    bool next(std::chrono::milliseconds timeout, SessionEvent* event);
 
   private:
-    void push(Delivery delivery);
-
     std::mutex mLock;
     std::condition_variable mArrived;
-    std::deque<Delivery> mQueue;  // guarded by mLock
+    std::deque<SessionEvent> mQueue;  // guarded by mLock
 };
 
 // The client's IVoxaGlobalCallback. Registering it makes the service watch this client for death,
@@ -54,4 +59,4 @@ class GlobalCallback : public aidl::vendor::orbo::hardware::voxa::BnVoxaGlobalCa
 
 }  // namespace voxa_tool
 
-#endif  // VOXA_TOOL_CLIENT_CALLBACKS_H
+#endif  // VOXA_TOOL_SESSION_EVENTS_H

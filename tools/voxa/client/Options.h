@@ -1,14 +1,18 @@
 // The voxa command line: what the user asked for, parsed into plain values. Parsing checks the
-// syntax only (known flags, numbers that are numbers); whether the service accepts a value is
-// the service's to say.
+// syntax and the ranges that the interface's values take; whether the service accepts a language
+// is the service's to say.
 #ifndef VOXA_TOOL_OPTIONS_H
 #define VOXA_TOOL_OPTIONS_H
 
 #include <aidl/vendor/orbo/hardware/voxa/TranscriptionMode.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "Host.h"
+#include "Status.h"
 
 namespace voxa_tool {
 
@@ -16,23 +20,24 @@ enum class Command { Transcribe, Languages, Help, Version };
 
 enum class Format { Text, Json, Srt, Vtt };
 
-// The file name that stands for raw PCM in the device format on standard input.
-constexpr char kStandardInput[] = "-";
-
 struct Options {
     Command command = Command::Help;
-    std::vector<std::string> files;  // the sound files to transcribe, in order
+    std::vector<std::string> files;  // the inputs to transcribe, in order; kStandardInput too
     std::string language = "en-US";  // spoken language, a code as `voxa languages` lists it
     std::string translateTo;         // output language when translating; empty: no translation
     bool diarize = false;
     bool timestamps = false;
     aidl::vendor::orbo::hardware::voxa::TranscriptionMode mode =
             aidl::vendor::orbo::hardware::voxa::TranscriptionMode::BUFFERING;
+    bool modeGiven = false;
     int32_t silenceMs = 0;  // 0: the engine's default
     int32_t threshold = 0;
     int32_t timeoutMs = 0;  // 0: none
     bool realtime = false;
+    std::optional<RawFormat> raw;
     Format format = Format::Text;
+    std::string outputFile;  // -o: the one input's output; empty: standard output
+    std::string outputDir;   // --output-dir: one file per input; empty: none
     bool verbose = false;
     bool progress = true;
     std::string library;  // libvoxa.so to load
@@ -40,9 +45,13 @@ struct Options {
 };
 
 // Parses the arguments that follow the program's name into `options`, which starts from the
-// defaults above with `library` and `model` set to the build's own. Returns "" on success, else a
-// message that says what is wrong.
-std::string parseOptions(const std::vector<std::string>& args, Options* options);
+// defaults above with `library` and `model` set to the build's own. A failure is a usage error
+// that says what is wrong.
+Status parseOptions(const std::vector<std::string>& args, Options* options);
+
+// The file under --output-dir that holds the output of `input`: its name without directory and
+// extension, with the format's extension.
+std::string outputPath(const Options& options, const std::string& input);
 
 // The text of `voxa --help`.
 std::string usage();

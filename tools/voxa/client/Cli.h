@@ -1,0 +1,38 @@
+// The voxa program as a function, so that it runs the same from main and from a test.
+#ifndef VOXA_TOOL_CLI_H
+#define VOXA_TOOL_CLI_H
+
+#include <aidl/vendor/orbo/hardware/voxa/IVoxa.h>
+
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "Host.h"
+#include "Status.h"
+
+namespace voxa_tool {
+
+// Where the program writes: results to `out`, notes and errors to `err`, each either a terminal
+// or not.
+struct Console {
+    std::ostream& out;
+    std::ostream& err;
+    bool outIsTerminal = false;
+    bool errIsTerminal = false;
+};
+
+// Has `host` bring the service up from `library` and finds it as any client does: by its
+// instance name in the service manager.
+Status connectToService(Host& host, const std::string& library,
+                        std::shared_ptr<aidl::vendor::orbo::hardware::voxa::IVoxa>* service);
+
+// Runs the program with `args`, the arguments after its name, on the service that `host` brings
+// up. Sets liblog's minimum priority for the whole process (the service's log lines show only
+// with --verbose). Returns the exit status (Status.h).
+int runVoxa(const std::vector<std::string>& args, Host& host, const Console& console);
+
+}  // namespace voxa_tool
+
+#endif  // VOXA_TOOL_CLI_H

@@ -1,0 +1,98 @@
+#include "EngineHost.h"
+
+#include <fcntl.h>
+#include <pal/pal_engine.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+#include "ServiceLoader.h"
+
+namespace voxa_tool {
+
+namespace {
+
+SoundLimits engineLimits() {
+    const pal_engine::Abilities abilities = pal_engine::abilities();
+    return {abilities.minSampleRate, abilities.maxSampleRate, abilities.maxChannels};
+}
+
+int64_t toMs(int64_t frames, int rate) {
+    return frames < 0 || rate <= 0 ? -1 : frames * 1000 / rate;
+}
+
+}  // namespace
+
+EngineHost::EngineHost() : mLimits(engineLimits()) {}
+
+EngineHost::~EngineHost() {
+    closeInput();
+}
+
+Status EngineHost::startService(const std::string& library) {
+    return loadService(library);
+}
+
+std::string EngineHost::engineUuid() {
+    return pal_engine::kEngineUuid;
+}
+
+EngineLanguages EngineHost::languages() {
+    pal_engine::Abilities abilities = pal_engine::abilities();
+    return {std::move(abilities.recognised), std::move(abilities.translatedTo)};
+}
+
+Status EngineHost::openInput(const InputRequest& request, InputInfo* info) {
+    const pal_engine::Pace pace =
+            request.realtime ? pal_engine::Pace::RealTime : pal_engine::Pace::Fast;
+    const bool standardInput = request.path == kStandardInput;
+    *info = InputInfo();
+    info->name = standardInput ? "standard input" : request.path;
+    if (!standardInput && !request.raw) {
+        Status status = probeSoundFile(request.path, mLimits, &mFile);
+        if (!status.isOk()) return status;
+        info->durationMs = toMs(mFile.frames, mFile.rate);
+        info->empty = mFile.frames == 0;
+        pal_engine::setFileSource({request.path}, pace);
+        return Status::ok();
+    }
+
+    int fd = STDIN_FILENO;
+    if (!standardInput) {
+        fd = open(request.path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) {
+            return Status::failure("cannot open " + request.path + ": " + std::strerror(errno));
+        }
+        mFeedFd = fd;
+    }
+    Status status = DeviceFeed::start(fd, info->name, request.raw, mLimits, &mFeed, &info->note);
+    if (!status.isOk()) {
+        closeInput();
+        return status;
+    }
+    info->empty = mFeed->empty();
+    pal_engine::setPcmSource(mFeed->engineFd(), pace);
+    return Status::ok();
+}
+
+InputEnd EngineHost::waitUntilInputEnds() {
+    pal_engine::waitUntilDone(std::chrono::milliseconds(-1));
+    if (mFeed == nullptr) {
+        return {toMs(mFile.frames, mFile.rate), toMs(mFile.declaredFrames, mFile.rate)};
+    }
+    const SoundFacts& facts = mFeed->facts();
+    return {mFeed->ended() ? toMs(mFeed->framesRead(), facts.rate) : -1,
+            toMs(facts.declaredFrames, facts.rate)};
+}
+
+void EngineHost::closeInput() {
+    pal_engine::clearSource();
+    mFeed.reset();
+    if (mFeedFd >= 0) close(mFeedFd);
+    mFeedFd = -1;
+    mFile = SoundFacts();
+}
+
+}  // namespace voxa_tool
