@@ -42,6 +42,7 @@ const std::string kLongRecording = kLibriVox + "sense_and_sensibility_01_austen_
 // "he was not an ill disposed young man", 2.99 s.
 const std::string kShortRecording = kLibriVox + "sense_and_sensibility_01_austen_64kb-0880.wav";
 const std::string kShortText = "he was not [a-z ]+ young man\n";
+const std::string kScenarios = VOXA_SCENARIOS;
 
 struct Ran {
     int exitCode = -1;
@@ -161,6 +162,23 @@ TEST(VoxaProgramTest, EachRunExitsWithItsStatusMessagesAndOutput) {
              "voxa: two inputs would write " + directory + "/sense_and_sensibility_01_austen_" +
                      "64kb-0880.txt\n"},
             {2, "listen", "voxa: unknown command 'listen' (see voxa --help)\n"},
+            {2, "replay", "voxa: replay takes one SCENARIO\n"},
+            // Each shipped scenario, played by the scripted engine to the same client.
+            {0, "replay " + kScenarios + "dictation.jsonl", "", Eq("send a message to anna\n")},
+            {0, "replay " + kScenarios + "timestamps.jsonl", "", Eq("call me at noon\n")},
+            {0, "replay " + kScenarios + "two-speakers.jsonl", "",
+             Eq("good morning\nmorning how did you sleep\n")},
+            {1, "replay " + kScenarios + "contention.jsonl",
+             "voxa: startListening failed (RESOURCE_CONTENTION)\n"},
+            {1, "replay " + kScenarios + "engine-error.jsonl",
+             "voxa: stopListening failed (FAILURE)\n"},
+            {1, "replay " + kScenarios + "unsupported-language.jsonl",
+             "voxa: the recognition engine does not support this configuration "
+             "(OPERATION_NOT_SUPPORTED)\n"},
+            {0, "dump", "",
+             Eq("vendor.orbo.hardware.voxa.IVoxa/default, interface version 3\nhandles issued: 0, "
+                "next 0\nglobal callback: none, holder not watched\n"
+                "resources-available notifications: 0\nsessions: 0\n")},
             {0, "--version", "", Eq("voxa 3.0.0 (vendor.orbo.hardware.voxa.IVoxa version 3)\n")},
             {0, "transcribe --help", "", StartsWith("usage: voxa [OPTIONS] COMMAND [FILE...]\n")},
             {0, "languages", "",
@@ -197,6 +215,11 @@ TEST(VoxaProgramTest, EachRunExitsWithItsStatusMessagesAndOutput) {
         EXPECT_THAT(run.out, c.out);
     }
     for (const std::string& path : {text, low, silence, cut}) unlink(path.c_str());
+
+    // The service's state while the session still listens, its input heard.
+    Ran dumped = runProgram("replay --dump " + kScenarios + "two-speakers.jsonl");
+    EXPECT_THAT(dumped.err, HasSubstr("sessions: 1\n  handle 0: listening, stream 0x"));
+    EXPECT_THAT(dumped.err, HasSubstr("events delivered: plain 2, time-stamped 0, diarization 2"));
 
     Ran verbose = runProgram("transcribe --verbose --lang fr-FR" + recording);
     EXPECT_EQ(1, verbose.exitCode);

@@ -4,6 +4,7 @@
 #include <android/binder_manager.h>
 #include <android/log.h>
 #include <strings.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <memory>
@@ -102,6 +103,12 @@ Status transcribe(const std::shared_ptr<IVoxa>& service, Host& host, Options opt
 
 }  // namespace
 
+Status dumpService(IVoxa& service, int fd) {
+    binder_status_t status = AIBinder_dump(service.asBinder().get(), fd, nullptr, 0);
+    if (status != STATUS_OK) return Status::failure("dump failed (" + std::to_string(status) + ")");
+    return Status::ok();
+}
+
 Status connectToService(Host& host, const std::string& library, std::shared_ptr<IVoxa>* service) {
     Status status = host.startService(library);
     if (!status.isOk()) return status;
@@ -124,7 +131,9 @@ int runVoxa(const std::vector<std::string>& args, Host& host, const Console& con
                             << IVoxa::version << ")\n";
                 return kExitOk;
             case Command::Transcribe:
+            case Command::Replay:
             case Command::Languages:
+            case Command::Dump:
                 break;
         }
         __android_log_set_minimum_priority(options.verbose ? ANDROID_LOG_VERBOSE
@@ -132,9 +141,18 @@ int runVoxa(const std::vector<std::string>& args, Host& host, const Console& con
         std::shared_ptr<IVoxa> service;
         status = connectToService(host, options.library, &service);
         if (status.isOk()) {
-            status = options.command == Command::Languages
-                             ? listLanguages(*service, host, console.out)
-                             : transcribe(service, host, options, console);
+            switch (options.command) {
+                case Command::Languages:
+                    status = listLanguages(*service, host, console.out);
+                    break;
+                case Command::Dump:
+                    console.out.flush();
+                    status = dumpService(*service, STDOUT_FILENO);
+                    break;
+                default:
+                    status = transcribe(service, host, options, console);
+                    break;
+            }
         }
     }
     console.out.flush();

@@ -28,6 +28,9 @@ struct Console {
 Status connectToService(Host& host, const std::string& library,
                         std::shared_ptr<aidl::vendor::orbo::hardware::voxa::IVoxa>* service);
 
+// Writes the service's state report (its binder's dump, as dumpsys shows it) to `fd`.
+Status dumpService(aidl::vendor::orbo::hardware::voxa::IVoxa& service, int fd);
+
 // Runs the program with `args`, the arguments after its name, on the service that `host` brings
 // up. Sets liblog's minimum priority for the whole process (the service's log lines show only
 // with --verbose). Returns the exit status (Status.h).

@@ -130,8 +130,12 @@ Status parseOptions(const std::vector<std::string>& args, Options* options) {
         if (optionsEnded || arg.size() < 2 || arg[0] != '-') {
             if (haveCommand) {
                 operands.push_back(arg);
-            } else if (arg == "transcribe" || arg == "languages") {
-                options->command = arg == "transcribe" ? Command::Transcribe : Command::Languages;
+            } else if (arg == "transcribe" || arg == "replay" || arg == "languages" ||
+                       arg == "dump") {
+                options->command = arg == "transcribe" ? Command::Transcribe
+                                   : arg == "replay"   ? Command::Replay
+                                   : arg == "dump"     ? Command::Dump
+                                                       : Command::Languages;
                 haveCommand = true;
             } else {
                 return Status::usage("unknown command '" + arg + "' (see voxa --help)");
@@ -175,6 +179,8 @@ Status parseOptions(const std::vector<std::string>& args, Options* options) {
             return status;
         } else if (name == "-v" || name == "--verbose") {
             status = setFlag(&options->verbose, true);
+        } else if (name == "--dump") {
+            status = setFlag(&options->dump, true);
         } else if (name == "--timestamps") {
             status = setFlag(&options->timestamps, true);
         } else if (name == "--realtime") {
@@ -237,8 +243,11 @@ Status parseOptions(const std::vector<std::string>& args, Options* options) {
     }
 
     if (!haveCommand) return Status::usage("no command given (see voxa --help)");
-    if (options->command == Command::Languages) {
-        return operands.empty() ? Status::ok() : Status::usage("languages takes no FILE");
+    if (options->command == Command::Languages || options->command == Command::Dump) {
+        return operands.empty() ? Status::ok() : Status::usage("this command takes no FILE");
+    }
+    if (options->command == Command::Replay && operands.size() != 1) {
+        return Status::usage("replay takes one SCENARIO");
     }
     return checkOutputs(operands, options);
 }
@@ -261,8 +270,11 @@ std::string usage() {
            "  transcribe [FILE...]  transcribe sound files (WAV, FLAC, Ogg...), each in turn;\n"
            "                        '-' reads standard input. Without FILE: a LibriVox\n"
            "                        recording from pocketsphinx-testdata\n"
+           "  replay SCENARIO       play a scenario of the scripted engine (JSON Lines, see\n"
+           "                        docs/DEVICE.md) and show what the client receives\n"
            "  languages             list the languages the service knows, marking those the\n"
            "                        engine recognises and translates into\n"
+           "  dump                  print the state of the service in this process\n"
            "\n"
            "Options of transcribe:\n"
            "  --lang CODE           spoken language, as `voxa languages` lists it (en-US)\n"
@@ -283,6 +295,7 @@ std::string usage() {
            "  -o FILE               write the output of the one input to FILE\n"
            "  --output-dir DIR      write the output of each input to DIR/NAME.txt|json|srt|vtt\n"
            "  --no-progress         no progress bar on a terminal\n"
+           "  --dump                print the service's state once each input has been heard\n"
            "\n"
            "General options:\n"
            "  -v, --verbose         show the service's own log lines\n"

@@ -16,7 +16,7 @@
 
 namespace voxa_tool {
 
-enum class Command { Transcribe, Languages, Help, Version };
+enum class Command { Transcribe, Replay, Languages, Dump, Help, Version };
 
 enum class Format { Text, Json, Srt, Vtt };
 
@@ -40,6 +40,7 @@ struct Options {
     std::string outputDir;   // --output-dir: one file per input; empty: none
     bool verbose = false;
     bool progress = true;
+    bool dump = false;    // print the service's dump once the input has been heard
     std::string library;  // libvoxa.so to load
     std::string model;    // model image to hand to the engine
 };

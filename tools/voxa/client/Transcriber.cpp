@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "Cli.h"
 #include "Signals.h"
 
 namespace voxa_tool {
@@ -281,6 +282,11 @@ std::optional<InputEnd> Transcriber::listen(int32_t handle, const Options& optio
         if (forcedBy && event.asr && isFinal(*event.asr)) break;
     }
     mListening = false;
+    if (options.dump) {
+        mErr.flush();
+        Status dumped = dumpService(*mService, STDERR_FILENO);
+        if (!dumped.isOk()) note(dumped.message());
+    }
     *stopped = mService->stopListening(handle);
     // The host's wait ends with the stop at the latest.
     waiter.join();
