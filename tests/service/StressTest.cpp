@@ -116,6 +116,8 @@ class StressTest : public ServiceTest {
         VoxaParameter force;
         force.param = ParameterType::FORCE_OUTPUT_EVENT;
         for (long i = 0; i < operations; ++i, mCounts.operations++) {
+            // Gives the PAL's thread room to raise events while sessions listen.
+            std::this_thread::yield();
             int operation = random() % 8;
             mLastOperation[index] = operation;
             if (operation == 0) {
@@ -219,14 +221,13 @@ TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
                 }
             }
             if (n % 16 == 0) FakePal::instance().notifyResourcesAvailable();
-            std::this_thread::yield();
         }
     });
     std::thread killer([&] {
         std::mt19937 random(99);
         std::shared_ptr<CountingGlobalCallback> current = global;
         while (clientsDone < kClientThreads) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(random() % 20));
+            std::this_thread::sleep_for(std::chrono::milliseconds(20 + random() % 80));
             die(current);
             current = ndk::SharedRefBase::make<CountingGlobalCallback>();
             mVoxa->registerGlobalCallback(current);
