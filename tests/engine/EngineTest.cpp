@@ -249,17 +249,23 @@ TEST_F(EngineStopTest, NoEventBeginsAfterStopEvenWhileOneIsBeingDeliveredAndStar
     mStream = nullptr;
 }
 
-TEST_F(EngineStopTest, StopAndCloseFromTheStreamsOwnCallbackDoNotWaitForIt) {
-    // A stop from the callback: no event follows it.
+TEST_F(EngineStopTest, ForceOutputStopAndCloseFromTheStreamsOwnCallback) {
+    // Force output from the first partial's callback raises the result at once; a stop from
+    // that result's callback ends the events.
     mOnEvent = [this](size_t index) {
-        if (index == 0) {
-            EXPECT_EQ(0, pal_stream_stop(mStream));
-        }
+        int32_t status = index == 0 ? setParam(mStream, PAL_PARAM_ID_ASR_FORCE_OUTPUT, uint32_t{0})
+                                    : pal_stream_stop(mStream);
+        EXPECT_EQ(0, status) << index;
     };
-    startPartial(kShortRecording);
+    startPartial(kLongRecording);
     ASSERT_EQ(0, pal_engine::waitUntilDone(std::chrono::seconds(30)));
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    ASSERT_EQ(1u, events().size());
+    std::vector<Received> received = events();
+    ASSERT_EQ(2u, received.size());
+    EXPECT_FALSE(received[0].final());
+    EXPECT_TRUE(received[1].final());
+    EXPECT_THAT(received[1].json(), StartsWith("{\"final\":true,\"reason\":\"forced\""));
+    EXPECT_LT(received[1].text().size(), std::string("and mister john dashwood had then").size());
 
     // A close from the callback returns at once; once the callback has returned, the engine is
     // free and says so, from its own thread.
@@ -271,7 +277,7 @@ TEST_F(EngineStopTest, StopAndCloseFromTheStreamsOwnCallbackDoNotWaitForIt) {
     std::promise<int32_t> closed;
     pal_stream_handle* handle = mStream;
     mOnEvent = [&](size_t index) {
-        if (index != 1) return;
+        if (index != 2) return;
         closed.set_value(pal_stream_close(handle));
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         pal_stream_handle* other = nullptr;
@@ -288,7 +294,7 @@ TEST_F(EngineStopTest, StopAndCloseFromTheStreamsOwnCallbackDoNotWaitForIt) {
     EXPECT_NE(std::this_thread::get_id(), notified.get());
     pal_resources_available_param none = {};
     pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE, &none, sizeof(none));
-    EXPECT_EQ(2u, events().size());
+    EXPECT_EQ(3u, events().size());
     EXPECT_EQ(0, open(&mStream));
 }
 

@@ -1,6 +1,6 @@
 // The PAL engine's recognition through the PAL API: real recordings with event layouts read at
-// their published offsets, partial, forced and timed-out results, translated results, and the
-// speakers of a conversation.
+// their published offsets, timed-out and doubtful results, translated results, and the speakers
+// of a conversation.
 #include <gmock/gmock.h>
 
 #include "EngineFixture.h"
@@ -72,42 +72,6 @@ TEST_F(EngineRecognitionTest, RecordingsAreRecognisedWithOrderedWordTimesInsideT
         EXPECT_THAT(json, HasSubstr("\"confidence\":" + std::to_string(confidence) + ","));
         EXPECT_EQ(0u, readAt<uint32_t>(bytes, 8 + 14764));  // data_size
     }
-}
-
-TEST_F(EngineRecognitionTest, PartialHypothesesPrecedeTheFinalThatForceOutputRaisesAtOnce) {
-    pal_asr_config config = englishConfig();
-    config.continuous = 0;
-    config.partial = 1;
-    config.buffering = 0;
-    // The third partial asks for the result from inside the callback; the command then ends.
-    mOnEvent = [this](size_t index) {
-        if (index == 2) {
-            EXPECT_EQ(0, setParam(mStream, PAL_PARAM_ID_ASR_FORCE_OUTPUT, uint32_t{0}));
-        }
-    };
-    recognise(config, {kLongRecording});
-
-    std::vector<Received> received = events();
-    ASSERT_EQ(4u, received.size());
-    for (size_t e = 0; e < received.size(); ++e) {
-        const Bytes& bytes = received[e].bytes;
-        ASSERT_EQ(0u, received[e].id);
-        ASSERT_EQ(kPlainSize, bytes.size());
-        EXPECT_EQ(0u, readAt<uint32_t>(bytes, 0));
-        EXPECT_EQ(1u, readAt<uint32_t>(bytes, 4));
-        EXPECT_EQ(e + 1 == received.size() ? 1 : 0, bytes[8]) << "event " << e;
-        EXPECT_FALSE(received[e].text().empty());
-        EXPECT_EQ(0u, readAt<uint32_t>(bytes, 8 + 5136));
-        if (e > 0 && e + 1 < received.size()) {
-            EXPECT_NE(received[e - 1].text(), received[e].text()) << "partials only on change";
-        }
-    }
-    EXPECT_EQ(0, readAt<int32_t>(received[0].bytes, 8 + 4));
-    EXPECT_EQ("{\"final\":false,\"text\":\"" + received[0].text() + "\"}", received[0].json());
-    const Received& final = received.back();
-    EXPECT_GE(readAt<int32_t>(final.bytes, 8 + 4), 1);
-    EXPECT_THAT(final.json(), StartsWith("{\"final\":true,\"reason\":\"forced\""));
-    EXPECT_LT(final.text().size(), std::string("and mister john dashwood had then leisure").size());
 }
 
 TEST_F(EngineRecognitionTest, TimeOutAndThresholdEndSilentOrDoubtfulRecognition) {
