@@ -146,11 +146,11 @@ TEST_F(EngineRecognitionTest, SpeakersTakingTurnsAreToldApart) {
         ASSERT_EQ(16 + 144 * count, bytes.size());
         EXPECT_EQ(1u, readAt<uint32_t>(bytes, 0));   // num_events
         EXPECT_EQ(1u, readAt<uint32_t>(bytes, 12));  // flag
-        // The final result that the speakers describe comes next and spans them.
-        ASSERT_LT(e + 1, received.size());
-        ASSERT_TRUE(received[e + 1].final());
-        const std::string json = received[e + 1].json();
-        const int64_t resultStart = std::stoll(json.substr(json.find("\"start_ms\":") + 11));
+        // The final result of the same utterance, if it has one, comes next.
+        const bool described = e + 1 < received.size() && received[e + 1].final();
+        const std::string json = described ? received[e + 1].json() : "";
+        const int64_t resultEnd =
+                described ? std::stoll(json.substr(json.find("\"end_ms\":") + 9)) : 0;
         for (uint32_t s = 0; s < count; ++s) {
             const size_t at = 16 + 144 * s;
             Segment turn{readAt<int32_t>(bytes, at), readAt<int64_t>(bytes, at + 8),
@@ -158,7 +158,7 @@ TEST_F(EngineRecognitionTest, SpeakersTakingTurnsAreToldApart) {
             EXPECT_THAT(turn.speaker, AllOf(Ge(1), Le(3)));
             EXPECT_LT(turn.startMs, turn.endMs);
             EXPECT_GE(turn.startMs, said.empty() ? 0 : said.back().endMs);
-            EXPECT_GE(turn.endMs, resultStart);
+            EXPECT_TRUE(!described || turn.startMs < resultEnd) << turn.startMs;
             said.push_back(turn);
         }
     }

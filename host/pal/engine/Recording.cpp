@@ -67,13 +67,9 @@ bool Recording::finishUtterance(Ending ending) {
     mInUtterance = false;
     mQuietSinceMs = nowMs();
     mPartial.clear();
-    const bool wanted = ending == Ending::Forced ||
-                        (!result.words.empty() && result.confidence >= mSettings.threshold);
-    if (!wanted) {
-        return true;
-    }
-    // The speakers first, so that a client can name the speaker beside the result.
-    if (mFrontEnd != nullptr && !result.words.empty()) {
+    // The speakers first, so that a client can name the speaker beside the result; whether or
+    // not the words are raised, someone spoke.
+    if (mFrontEnd != nullptr) {
         std::vector<SpeakerTurn> turns = mDiarizer.assign(heard);
         if (!turns.empty()) {
             Event speakers = makeDiarizationEvent(turns);
@@ -81,6 +77,11 @@ bool Recording::finishUtterance(Ending ending) {
                 return false;
             }
         }
+    }
+    const bool wanted = ending == Ending::Forced ||
+                        (!result.words.empty() && result.confidence >= mSettings.threshold);
+    if (!wanted) {
+        return true;
     }
     std::unique_ptr<Translation> translation = translate(result.text);
     Event event = makeFinalEvent(result, ending, mSettings.timestamps, translation.get());

@@ -115,13 +115,24 @@ std::string escape(const std::string& text) {
     return escaped;
 }
 
-std::string unescape(const std::string& text) {
+// The text of an answer: escapes undone, blanks collapsed (a word the pair drops leaves its
+// blanks behind), none at either end.
+std::string plainText(const std::string& answer) {
     std::string plain;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\\' && i + 1 < text.size()) {
+    bool blank = false;
+    for (size_t i = 0; i < answer.size(); ++i) {
+        if (answer[i] == ' ' || answer[i] == '\t' || answer[i] == '\n') {
+            blank = !plain.empty();
+            continue;
+        }
+        if (answer[i] == '\\' && i + 1 < answer.size()) {
             ++i;
         }
-        plain += text[i];
+        if (blank) {
+            plain += ' ';
+            blank = false;
+        }
+        plain += answer[i];
     }
     return plain;
 }
@@ -255,7 +266,7 @@ int32_t Translator::translate(const std::string& text, std::string* translation,
     for (;;) {
         size_t nul = mPending.find('\0');
         if (nul != std::string::npos) {
-            *translation = trim(unescape(mPending.substr(0, nul)));
+            *translation = plainText(mPending.substr(0, nul));
             mPending.erase(0, nul + 1);
             return 0;
         }
