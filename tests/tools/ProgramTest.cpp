@@ -182,8 +182,8 @@ TEST(VoxaProgramTest, EachRunExitsWithItsStatusMessagesAndOutput) {
             {0, "--version", "", Eq("voxa 3.0.0 (vendor.orbo.hardware.voxa.IVoxa version 3)\n")},
             {0, "transcribe --help", "", StartsWith("usage: voxa [OPTIONS] COMMAND [FILE...]\n")},
             {0, "languages", "",
-             MatchesRegex("english : en-US \\(recognised\\)\n([a-z ()]+ : [a-zA-Z-]+\n){98}"
-                          "cantonese : yue-CH\n")},
+             MatchesRegex("english : en-US \\(recognised\\)\n([a-z ()]+ : [a-zA-Z-]+"
+                          "( \\(translation target\\))?\n){98}cantonese : yue-CH\n")},
             {0, "transcribe " + silence, "voxa: " + silence + ": no speech found\n"},
             {0, "transcribe " + cut, "voxa: " + cut + ": ends at 0.94 s of 6.05 s\n",
              MatchesRegex("[a-z ]+\n")},

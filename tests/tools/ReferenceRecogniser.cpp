@@ -3,8 +3,11 @@
 #include <pocketsphinx.h>
 #include <sndfile.h>
 #include <sphinxbase/err.h>
+#include <sphinxbase/fe.h>
+#include <sphinxbase/feat.h>
 
 #include <algorithm>
+#include <cmath>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -13,15 +16,67 @@ namespace voxa_test {
 
 namespace {
 
-constexpr int kRate = 16000;
+constexpr size_t kRate = 16000;
 constexpr size_t kBlock = kRate / 20;
-constexpr char kSilenceFrames[] = "50";  // 500 ms at 100 frames a second
+constexpr size_t kLead = kRate / 2;  // 500 ms kept from before the detector hears speech
+constexpr int kSilenceFrames = 50;   // 500 ms at 100 frames a second
 
 void appendHypothesis(ps_decoder_t* decoder, std::vector<std::string>* words) {
     int32 score = 0;
     const char* text = ps_get_hyp(decoder, &score);
     if (text == nullptr) return;
     for (const std::string& word : splitWords(text)) words->push_back(word);
+}
+
+bool isFiller(const char* word) {
+    return word[0] == '<' || word[0] == '[' || (word[0] == '+' && word[1] == '+');
+}
+
+// Frames from the last word of the first pass's hypothesis to where its search stands.
+int framesAfterLastWord(ps_decoder_t* decoder) {
+    int lastWord = -1;
+    int searched = -1;
+    for (ps_seg_t* seg = ps_seg_iter(decoder); seg != nullptr; seg = ps_seg_next(seg)) {
+        int start = 0;
+        ps_seg_frames(seg, &start, &searched);
+        if (!isFiller(ps_seg_word(seg))) lastWord = searched;
+    }
+    return lastWord < 0 ? -1 : searched - lastWord;
+}
+
+// The second pass over `audio`: a search with the forward-flat pass on cepstra of the model's
+// front end, with the utterance's own cepstral mean; the first pass's running mean is restored.
+void decodeWhole(ps_decoder_t* decoder, fe_t* frontEnd, const std::vector<int16_t>& audio,
+                 std::vector<std::string>* words) {
+    ps_end_utt(decoder);
+    const int size = fe_get_output_size(frontEnd);
+    std::vector<mfcc_t> cepstra((audio.size() / 160 + 3) * static_cast<size_t>(size));
+    std::vector<mfcc_t*> rows(cepstra.size() / static_cast<size_t>(size));
+    for (size_t i = 0; i < rows.size(); ++i) rows[i] = cepstra.data() + i * size;
+    fe_start_stream(frontEnd);
+    fe_start_utt(frontEnd);
+    const int16* next = audio.data();
+    size_t left = audio.size();
+    int32 frames = static_cast<int32>(rows.size());
+    fe_process_frames(frontEnd, &next, &left, rows.data(), &frames, nullptr);
+    int32 last = 0;
+    fe_end_utt(frontEnd, rows[frames], &last);
+    frames += last;
+
+    feat_t* features = ps_get_feat(decoder);
+    std::vector<mfcc_t> running(static_cast<size_t>(feat_cepsize(features)));
+    cmn_live_get(features->cmn_struct, running.data());
+    const cmn_type_t firstPass = features->cmn;
+    features->cmn = CMN_BATCH;
+    ps_set_search(decoder, "whole");
+    ps_start_utt(decoder);
+    ps_process_cep(decoder, rows.data(), frames, FALSE, TRUE);
+    ps_end_utt(decoder);
+    appendHypothesis(decoder, words);
+    ps_set_search(decoder, "_default");
+    features->cmn = firstPass;
+    cmn_live_set(features->cmn_struct, running.data());
+    ps_start_utt(decoder);
 }
 
 }  // namespace
@@ -34,7 +89,7 @@ std::vector<std::string> splitWords(const std::string& text) {
     return words;
 }
 
-bool recogniseDirectly(const std::string& modelImage, const std::string& path,
+bool recogniseDirectly(const std::string& modelImage, const std::string& path, bool wholeUtterance,
                        std::vector<std::string>* words) {
     std::map<std::string, std::string> files;  // from the image's "acoustic-model /usr/..." lines
     std::ifstream image(modelImage);
@@ -44,40 +99,74 @@ bool recogniseDirectly(const std::string& modelImage, const std::string& path,
     SF_INFO info = {};
     SNDFILE* sound = sf_open(path.c_str(), SFM_READ, &info);
     if (sound == nullptr) return false;
-    std::vector<int16_t> samples(static_cast<size_t>(info.frames));
-    sf_count_t read = sf_readf_short(sound, samples.data(), info.frames);
+    std::vector<float> read(static_cast<size_t>(info.frames));
+    sf_count_t count = sf_readf_float(sound, read.data(), info.frames);
     sf_close(sound);
-    if (info.samplerate != kRate || info.channels != 1 || read != info.frames) return false;
+    if (info.samplerate != static_cast<int>(kRate) || info.channels != 1 || count != info.frames) {
+        return false;
+    }
+    // Quantised as the engine quantises what it reads.
+    std::vector<int16_t> samples(read.size());
+    for (size_t i = 0; i < read.size(); ++i) {
+        samples[i] = static_cast<int16_t>(std::lround(std::clamp(read[i], -1.0f, 1.0f) * 32767.0f));
+    }
 
     err_set_logfp(nullptr);
+    const std::string silence = std::to_string(kSilenceFrames);
     cmd_ln_t* config =
             cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", files["acoustic-model"].c_str(), "-lm",
                         files["language-model"].c_str(), "-dict", files["dictionary"].c_str(),
-                        "-vad_postspeech", kSilenceFrames, nullptr);
-    if (config == nullptr) return false;
-    ps_decoder_t* decoder = ps_init(config);
+                        "-vad_postspeech", silence.c_str(), "-fwdflat", "no", nullptr);
+    ps_decoder_t* decoder = config == nullptr ? nullptr : ps_init(config);
     if (decoder == nullptr) {
-        cmd_ln_free_r(config);
+        if (config != nullptr) cmd_ln_free_r(config);
         return false;
     }
+    cmd_ln_set_boolean_r(config, "-fwdflat", TRUE);
+    ps_set_lm(decoder, "whole", ngram_model_retain(ps_get_lm(decoder, "_default")));
+    cmd_ln_set_boolean_r(config, "-fwdflat", FALSE);
+    ps_set_search(decoder, "_default");
+    cmd_ln_t* frontEndConfig =
+            cmd_ln_init(nullptr, ps_args(), TRUE, "-remove_silence", "no", nullptr);
+    const std::string params = files["acoustic-model"] + "/feat.params";
+    cmd_ln_parse_file_r(frontEndConfig, ps_args(), params.c_str(), FALSE);
+    fe_t* frontEnd = fe_init_auto_r(frontEndConfig);
+
     words->clear();
     ps_start_stream(decoder);
     ps_start_utt(decoder);
     bool inUtterance = false;
+    std::vector<int16_t> audio;
     for (size_t at = 0; at < samples.size(); at += kBlock) {
-        size_t count = std::min(kBlock, samples.size() - at);
+        const size_t count = std::min(kBlock, samples.size() - at);
         ps_process_raw(decoder, samples.data() + at, count, FALSE, FALSE);
-        bool speech = ps_get_in_speech(decoder) != 0;
+        const bool speech = ps_get_in_speech(decoder) != 0;
         inUtterance = inUtterance || speech;
-        if (inUtterance && !speech) {
-            ps_end_utt(decoder);
-            appendHypothesis(decoder, words);
-            ps_start_utt(decoder);
+        audio.insert(audio.end(), samples.begin() + at, samples.begin() + at + count);
+        if (!inUtterance && audio.size() > kLead) {
+            audio.erase(audio.begin(), audio.end() - kLead);
+        }
+        if (inUtterance && (!speech || framesAfterLastWord(decoder) >= kSilenceFrames)) {
+            if (wholeUtterance) {
+                decodeWhole(decoder, frontEnd, audio, words);
+            } else {
+                ps_end_utt(decoder);
+                appendHypothesis(decoder, words);
+                ps_start_utt(decoder);
+            }
+            audio.clear();
             inUtterance = false;
         }
     }
+    if (inUtterance && wholeUtterance) {
+        decodeWhole(decoder, frontEnd, audio, words);
+    } else if (inUtterance) {
+        ps_end_utt(decoder);
+        appendHypothesis(decoder, words);
+        ps_start_utt(decoder);
+    }
     ps_end_utt(decoder);
-    if (inUtterance) appendHypothesis(decoder, words);
+    fe_free(frontEnd);
     ps_free(decoder);
     cmd_ln_free_r(config);
     return true;

@@ -1,8 +1,11 @@
-// PocketSphinx driven directly, without the service or the engine, with the settings the engine
-// gives it (host/pal/engine/Recogniser.cpp): the files that the engine's model image names, the
-// voice-activity detector ending an utterance after 500 ms of silence, the audio fed in blocks of
-// 50 ms and an utterance closed at the first block after which the detector hears no speech.
-// The yardstick for what the whole stack recognises.
+// PocketSphinx driven directly, without the service or the engine, the way the engine drives it
+// (host/pal/engine/Recogniser.cpp, Recording.cpp): the files that the engine's model image
+// names; a first pass without the forward-flat pass fed blocks of 50 ms, whose utterance ends
+// at the first block after which its voice-activity detector hears no speech or 500 ms have
+// followed the last word of its hypothesis; in the whole-utterance way, each utterance's audio
+// (from 500 ms before the detector heard speech) decoded again by a search with the forward-flat
+// pass, on cepstra whose mean is the utterance's own. The yardstick for what the stack
+// recognises.
 #ifndef VOXA_TESTS_TOOLS_REFERENCE_RECOGNISER_H
 #define VOXA_TESTS_TOOLS_REFERENCE_RECOGNISER_H
 
@@ -18,8 +21,9 @@ inline const std::string kLibriVox = "/usr/share/pocketsphinx/test/data/librivox
 std::vector<std::string> splitWords(const std::string& text);
 
 // The recogniser's words for a 16 kHz mono sound file, utterance after utterance, with the model
-// image at `modelImage`. Returns false when the model or the file cannot be loaded.
-bool recogniseDirectly(const std::string& modelImage, const std::string& path,
+// image at `modelImage`: the first pass's words, or with `wholeUtterance` those of the second.
+// Returns false when the model or the file cannot be loaded.
+bool recogniseDirectly(const std::string& modelImage, const std::string& path, bool wholeUtterance,
                        std::vector<std::string>* words);
 
 // Word error rate of `hypothesis` against `reference`, in edits per reference word.

@@ -1,10 +1,10 @@
 #include "AudioInput.h"
 
-#include <errno.h>
 #include <poll.h>
 #include <sndfile.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <vector>
 
@@ -93,11 +93,11 @@ int32_t openSoundFile(const std::string& path, std::unique_ptr<AudioInput>* inpu
     SF_INFO info = {};
     SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
     if (file == nullptr) {
-        return -5;
+        return -EIO;
     }
     if (info.channels < 1 || info.samplerate < 1) {
         sf_close(file);
-        return -5;
+        return -EIO;
     }
     input->reset(new SoundFileInput(file, info));
     return 0;

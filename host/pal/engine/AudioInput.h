@@ -31,7 +31,7 @@ class AudioInput {
 };
 
 // Opens a sound file in any format that libsndfile decodes (WAV, FLAC, Ogg...). Returns 0, or
-// -5 when the file cannot be opened or decoded.
+// -EIO when the file cannot be opened or decoded.
 int32_t openSoundFile(const std::string& path, std::unique_ptr<AudioInput>* input);
 
 // Raw signed 16-bit little-endian PCM, `channels` interleaved at `rate` Hz, read from `fd` until

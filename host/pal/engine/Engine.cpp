@@ -1,5 +1,6 @@
 #include "Engine.h"
 
+#include <cerrno>
 #include <cstring>
 #include <utility>
 
@@ -31,16 +32,20 @@ Engine& Engine::instance() {
 
 Engine::~Engine() {
     std::shared_ptr<Stream> stream;
-    std::thread notifier;
     {
         std::lock_guard<std::mutex> lock(mLock);
         stream = std::move(mStream);
         mQuitting = true;
         mChanged.notify_all();
-        notifier = std::move(mNotifier);
     }
-    if (stream != nullptr) {
+    if (stream != nullptr && !stream->onCaptureThread()) {
         stream->close();
+    }
+    // The notifier finishes the jobs queued so far, then ends.
+    std::thread notifier;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        notifier = std::move(mNotifier);
     }
     if (notifier.joinable()) {
         notifier.join();
@@ -62,11 +67,11 @@ int32_t Engine::open(const pal_stream_attrs* attributes, uint32_t deviceCount,
     if (attributes == nullptr || !acceptedAttributes(*attributes) || deviceCount != 1 ||
         devices == nullptr || !acceptedDevice(devices[0]) || modifierCount != 0 ||
         callback == nullptr || handle == nullptr) {
-        return -22;
+        return -EINVAL;
     }
     std::lock_guard<std::mutex> lock(mLock);
     if (mStream != nullptr || mClosing) {
-        return -16;
+        return -EBUSY;
     }
     mStream = std::make_shared<Stream>(callback, cookie, devices[0].config);
     *handle = mStream->handle();
@@ -75,13 +80,13 @@ int32_t Engine::open(const pal_stream_attrs* attributes, uint32_t deviceCount,
 
 int32_t Engine::setParam(pal_stream_handle* handle, uint32_t id, const pal_param_payload* payload) {
     std::shared_ptr<Stream> stream = find(handle);
-    return stream == nullptr ? -22 : stream->setParam(id, payload);
+    return stream == nullptr ? -EINVAL : stream->setParam(id, payload);
 }
 
 int32_t Engine::start(pal_stream_handle* handle) {
     std::shared_ptr<Stream> stream = find(handle);
     if (stream == nullptr) {
-        return -22;
+        return -EINVAL;
     }
     Source source;
     {
@@ -93,7 +98,7 @@ int32_t Engine::start(pal_stream_handle* handle) {
 
 int32_t Engine::stop(pal_stream_handle* handle) {
     std::shared_ptr<Stream> stream = find(handle);
-    return stream == nullptr ? -22 : stream->stop();
+    return stream == nullptr ? -EINVAL : stream->stop();
 }
 
 int32_t Engine::close(pal_stream_handle* handle) {
@@ -101,35 +106,52 @@ int32_t Engine::close(pal_stream_handle* handle) {
     {
         std::lock_guard<std::mutex> lock(mLock);
         if (handle == nullptr || mStream == nullptr || mStream->handle() != handle) {
-            return -22;
-        }
-        if (mStream->onCaptureThread()) {
-            return -22;
+            return -EINVAL;
         }
         stream = std::move(mStream);
         mClosing = true;
     }
+    if (stream->onCaptureThread()) {
+        // The stream's own callback closes it: its capture thread cannot wait for itself, so
+        // the notifier thread waits for it, and only then frees the engine.
+        stream->stop();
+        std::lock_guard<std::mutex> lock(mLock);
+        mJobs.push_back({std::move(stream), {}});
+        startNotifier();
+        return 0;
+    }
     stream->close();
     stream.reset();
-
     std::lock_guard<std::mutex> lock(mLock);
+    freed();
+    return 0;
+}
+
+void Engine::freed() {
     mClosing = false;
     if (mResources.callback != nullptr) {
-        mNotifications.push_back(mResources);
-        if (!mNotifier.joinable()) {
-            mNotifier = std::thread(&Engine::notify, this);
-        }
-        mChanged.notify_all();
+        mJobs.push_back({nullptr});
+        startNotifier();
     }
-    return 0;
+}
+
+void Engine::startNotifier() {
+    if (!mNotifier.joinable() && !mQuitting) {
+        mNotifier = std::thread(&Engine::notify, this);
+    }
+    mChanged.notify_all();
 }
 
 int32_t Engine::setGlobalParam(uint32_t id, const void* payload, size_t size) {
     if (id != PAL_PARAM_ID_RESOURCES_AVAILABLE || payload == nullptr ||
         size != sizeof(pal_resources_available_param)) {
-        return -22;
+        return -EINVAL;
     }
-    std::lock_guard<std::mutex> lock(mLock);
+    std::unique_lock<std::mutex> lock(mLock);
+    // The function replaced may be running; once this returns it is not (unless it is the caller).
+    if (std::this_thread::get_id() != mNotifier.get_id()) {
+        mChanged.wait(lock, [this] { return !mNotifying; });
+    }
     std::memcpy(&mResources, payload, sizeof(mResources));
     return 0;
 }
@@ -137,15 +159,30 @@ int32_t Engine::setGlobalParam(uint32_t id, const void* payload, size_t size) {
 void Engine::notify() {
     std::unique_lock<std::mutex> lock(mLock);
     for (;;) {
-        mChanged.wait(lock, [this] { return mQuitting || !mNotifications.empty(); });
-        if (mQuitting) {
+        mChanged.wait(lock, [this] { return mQuitting || !mJobs.empty(); });
+        if (mJobs.empty()) {
             return;
         }
-        pal_resources_available_param resources = mNotifications.front();
-        mNotifications.pop_front();
+        Job job = std::move(mJobs.front());
+        mJobs.pop_front();
+        lock.unlock();
+        if (job.closing != nullptr) {
+            job.closing->close();
+            job.closing.reset();
+            lock.lock();
+            freed();
+            continue;
+        }
+        // The registration in force now: a withdrawn one (a null function) calls nothing.
+        lock.lock();
+        const pal_resources_available_param resources = mResources;
+        if (resources.callback == nullptr) continue;
+        mNotifying = true;
         lock.unlock();
         resources.callback(resources.cookie);
         lock.lock();
+        mNotifying = false;
+        mChanged.notify_all();
     }
 }
 
@@ -165,7 +202,7 @@ int32_t Engine::waitUntilDone(std::chrono::milliseconds timeout) {
 
 int32_t setFileSource(const std::vector<std::string>& paths, Pace pace) {
     if (paths.empty()) {
-        return -22;
+        return -EINVAL;
     }
     Source source;
     source.kind = Source::Kind::Files;
@@ -177,7 +214,7 @@ int32_t setFileSource(const std::vector<std::string>& paths, Pace pace) {
 
 int32_t setPcmSource(int fd, Pace pace) {
     if (fd < 0) {
-        return -22;
+        return -EINVAL;
     }
     Source source;
     source.kind = Source::Kind::Pcm;

@@ -19,9 +19,9 @@
 
 namespace pal_engine {
 
-// Thread safety: every member may be called from any thread. mLock guards the state below it and
-// is never held while a stream's thread is joined or a callback runs, so callbacks may call back
-// into the engine.
+// Thread safety: every member may be called from any thread, a stream's callback included. mLock
+// guards the state below it and is never held while a stream's thread is joined or a callback
+// runs.
 class Engine {
   public:
     // The one engine, created on first use; its destructor at exit closes a stream left open
@@ -44,10 +44,20 @@ class Engine {
     Engine() = default;
     ~Engine();
 
+    // Work of the notifier thread: waiting for a stream that its own callback closed, or, when
+    // null, calling the resources-available function registered at the time.
+    struct Job {
+        std::shared_ptr<Stream> closing;
+    };
+
     // The open stream when `handle` is its handle, else null.
     std::shared_ptr<Stream> find(pal_stream_handle* handle);
-    // Makes the resources-available calls queued by close, in order.
+    // Runs the jobs in order until the engine quits.
     void notify();
+    // With mLock held: a close has ended; the engine takes a new stream and reports it.
+    void freed();
+    // With mLock held: makes sure the notifier thread runs and sees the new job.
+    void startNotifier();
 
     std::mutex mLock;
     std::condition_variable mChanged;
@@ -55,10 +65,10 @@ class Engine {
     bool mClosing = false;            // guarded by mLock: a close is ending the open stream
     Source mSource;                   // guarded by mLock
     pal_resources_available_param mResources = {};  // guarded by mLock
-    // guarded by mLock: the registration in force at each close not yet reported
-    std::deque<pal_resources_available_param> mNotifications;
-    bool mQuitting = false;  // guarded by mLock
-    std::thread mNotifier;   // guarded by mLock: runs notify(); started by the first close
+    bool mNotifying = false;  // guarded by mLock: the resources function is being called
+    std::deque<Job> mJobs;    // guarded by mLock
+    bool mQuitting = false;   // guarded by mLock
+    std::thread mNotifier;    // guarded by mLock: runs notify(); started by the first job
 };
 
 }  // namespace pal_engine

@@ -10,6 +10,9 @@ namespace pal_engine {
 
 namespace {
 
+// The language the recogniser hears.
+constexpr char kRecognisedLanguage[] = "en-US";
+
 // Payload of `bytes` bytes, zeroed.
 Event makeEvent(uint32_t id, size_t bytes) {
     Event event;
@@ -55,6 +58,8 @@ const char* toString(Ending ending) {
             return "timeout";
         case Ending::EndOfAudio:
             return "end_of_audio";
+        case Ending::MaxDuration:
+            return "max_duration";
     }
     return "unknown";
 }
@@ -71,11 +76,25 @@ void copyText(char* field, size_t size, const std::string& text) {
     field[length] = '\0';
 }
 
-std::string finalJson(const Result& result, Ending ending, size_t limit) {
+std::string finalJson(const Result& result, Ending ending, size_t limit,
+                      const Translation* translation) {
+    const bool translated = translation != nullptr && translation->error == nullptr;
     std::string json = "{\"final\":true,\"reason\":";
     appendQuoted(&json, toString(ending));
-    json += ",\"language\":\"en-US\",\"text\":";
-    appendQuoted(&json, fieldText(result.text));
+    json += ",\"language\":";
+    appendQuoted(&json, translated ? translation->language : kRecognisedLanguage);
+    json += ",\"text\":";
+    appendQuoted(&json, fieldText(translated ? translation->text : result.text));
+    if (translated) {
+        json += ",\"original\":{\"language\":";
+        appendQuoted(&json, kRecognisedLanguage);
+        json += ",\"text\":";
+        appendQuoted(&json, fieldText(result.text));
+        json += "}";
+    } else if (translation != nullptr) {
+        json += ",\"translation_error\":";
+        appendQuoted(&json, translation->error);
+    }
     json += ",\"confidence\":" + std::to_string(result.confidence);
     json += ",\"start_ms\":" + std::to_string(result.startMs);
     json += ",\"end_ms\":" + std::to_string(result.endMs);
@@ -112,7 +131,11 @@ Event makePartialEvent(const std::string& hypothesis) {
     return event;
 }
 
-Event makeFinalEvent(const Result& result, Ending ending, bool timestamps) {
+Event makeFinalEvent(const Result& result, Ending ending, bool timestamps,
+                     const Translation* translation) {
+    const std::string& text = translation != nullptr && translation->error == nullptr
+                                      ? translation->text
+                                      : result.text;
     if (!timestamps) {
         Event event = makeEvent(kPlainEventId, sizeof(pal_asr_event) + sizeof(pal_asr_result));
         auto* payload = reinterpret_cast<pal_asr_event*>(event.storage.data());
@@ -120,9 +143,9 @@ Event makeFinalEvent(const Result& result, Ending ending, bool timestamps) {
         pal_asr_result& item = payload->event[0];
         item.flag = 1;
         item.value = result.confidence;
-        copyText(item.text, sizeof(item.text), result.text);
+        copyText(item.text, sizeof(item.text), text);
         copyText(item.aux_text, sizeof(item.aux_text),
-                 finalJson(result, ending, sizeof(item.aux_text) - 1));
+                 finalJson(result, ending, sizeof(item.aux_text) - 1, translation));
         return event;
     }
     Event event = makeEvent(PAL_ASR_EVENT_ID_TIMESTAMP,
@@ -132,7 +155,7 @@ Event makeFinalEvent(const Result& result, Ending ending, bool timestamps) {
     pal_asr_ts_result& item = payload->event[0];
     item.flag = 1;
     item.value = result.confidence;
-    copyText(item.text, sizeof(item.text), result.text);
+    copyText(item.text, sizeof(item.text), text);
     item.start_ts = result.startMs;
     item.end_ts = result.endMs;
     size_t count = std::min<size_t>(result.words.size(), PAL_ASR_MAX_WORDS);
@@ -145,7 +168,25 @@ Event makeFinalEvent(const Result& result, Ending ending, bool timestamps) {
         slot.end_ts = result.words[i].endMs;
     }
     copyText(item.aux_text, sizeof(item.aux_text),
-             finalJson(result, ending, sizeof(item.aux_text) - 1));
+             finalJson(result, ending, sizeof(item.aux_text) - 1, translation));
+    return event;
+}
+
+Event makeDiarizationEvent(const std::vector<SpeakerTurn>& turns) {
+    Event event = makeEvent(PAL_ASR_EVENT_ID_SPEAKER_DIARIZATION,
+                            sizeof(pal_sdz_event) + sizeof(pal_sdz_result) +
+                                    turns.size() * sizeof(pal_sdz_speaker));
+    auto* payload = reinterpret_cast<pal_sdz_event*>(event.storage.data());
+    payload->num_events = 1;
+    pal_sdz_result& result = payload->event[0];
+    result.speaker_count = static_cast<uint32_t>(turns.size());
+    result.flag = 1;
+    for (size_t i = 0; i < turns.size(); ++i) {
+        pal_sdz_speaker& speaker = result.speakers[i];
+        speaker.value = turns[i].speaker;
+        speaker.start_ts = turns[i].span.startMs;
+        speaker.end_ts = turns[i].span.endMs;
+    }
     return event;
 }
 

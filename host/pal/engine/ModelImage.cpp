@@ -1,8 +1,8 @@
 #include "ModelImage.h"
 
-#include <errno.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <map>
 #include <sstream>
 #include <vector>
@@ -43,27 +43,27 @@ int32_t parseModelImage(const std::string& text, ModelImage* image) {
         }
         if (!versionSeen) {
             if (line != kFirstLine) {
-                return -22;
+                return -EINVAL;
             }
             versionSeen = true;
             continue;
         }
         size_t blank = line.find_first_of(" \t");
         if (blank == std::string::npos) {
-            return -22;
+            return -EINVAL;
         }
         std::string key = line.substr(0, blank);
         std::string value = trim(line.substr(blank));
         if (fields.count(key) == 0 || seen.count(key) != 0) {
-            return -22;
+            return -EINVAL;
         }
         if (key != "language" && value[0] != '/') {
-            return -22;
+            return -EINVAL;
         }
         seen[key] = value;
     }
     if (!versionSeen || seen.size() != fields.size()) {
-        return -22;
+        return -EINVAL;
     }
     for (const auto& [key, value] : seen) {
         *fields[key] = value;
@@ -73,7 +73,7 @@ int32_t parseModelImage(const std::string& text, ModelImage* image) {
 
 int32_t readModelImage(int fd, int32_t size, ModelImage* image) {
     if (fd < 0 || size <= 0 || size > kMaxModelImageSize) {
-        return -22;
+        return -EINVAL;
     }
     std::vector<char> bytes(size);
     bool seekable = lseek(fd, 0, SEEK_CUR) >= 0;
@@ -86,7 +86,7 @@ int32_t readModelImage(int fd, int32_t size, ModelImage* image) {
             continue;
         }
         if (n <= 0) {
-            return -22;
+            return -EINVAL;
         }
         done += n;
     }

@@ -2,13 +2,18 @@
 
 #include <pocketsphinx.h>
 #include <sphinxbase/err.h>
+#include <sphinxbase/feat.h>
 
+#include <cerrno>
 #include <cmath>
 #include <string>
 
 namespace pal_engine {
 
 namespace {
+
+// The search of the whole-utterance pass, beside the first pass's "_default".
+constexpr char kWholeSearch[] = "whole";
 
 // Words that mark silence, breath or noise rather than speech: "<s>", "<sil>", "[NOISE]"...
 bool isFiller(const std::string& word) {
@@ -33,29 +38,53 @@ int32_t percent(double probability) {
 int32_t Recogniser::create(const ModelImage& image, std::unique_ptr<Recogniser>* recogniser) {
     // The recogniser's own log would go to stderr; the engine reports through its statuses.
     err_set_logfp(nullptr);
-    std::string silenceFrames = std::to_string(kDefaultSilenceMs / 10);
+    // The first pass ends an utterance without the forward-flat pass, so that its final result
+    // follows the utterance's end at once; the whole-utterance pass has its own search.
+    std::string silenceFrames = std::to_string(kDefaultSilenceMs / kFrameMs);
     cmd_ln_t* config =
             cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", image.acousticModel.c_str(), "-lm",
                         image.languageModel.c_str(), "-dict", image.dictionary.c_str(),
-                        "-vad_postspeech", silenceFrames.c_str(), nullptr);
+                        "-vad_postspeech", silenceFrames.c_str(), "-fwdflat", "no", nullptr);
     if (config == nullptr) {
-        return -22;
+        return -EINVAL;
     }
     ps_decoder_t* decoder = ps_init(config);
     if (decoder == nullptr) {
         cmd_ln_free_r(config);
-        return -22;
+        return -EINVAL;
     }
-    recogniser->reset(new Recogniser(config, decoder));
+    std::unique_ptr<FrontEnd> frontEnd = FrontEnd::forModel(image.acousticModel);
+    std::unique_ptr<Recogniser> made(new Recogniser(config, decoder, std::move(frontEnd)));
+    if (made->mFrontEnd == nullptr || cmd_ln_int32_r(config, "-frate") != 1000 / kFrameMs ||
+        made->addWholeSearch() != 0) {
+        return -EINVAL;
+    }
+    *recogniser = std::move(made);
     return 0;
 }
 
-Recogniser::Recogniser(cmd_ln_t* config, ps_decoder_t* decoder)
-    : mConfig(config), mDecoder(decoder), mFrameMs(1000 / cmd_ln_int32_r(config, "-frate")) {}
+Recogniser::Recogniser(cmd_ln_t* config, ps_decoder_t* decoder, std::unique_ptr<FrontEnd> frontEnd)
+    : mConfig(config), mDecoder(decoder), mFrontEnd(std::move(frontEnd)) {}
 
 Recogniser::~Recogniser() {
     ps_free(mDecoder);
     cmd_ln_free_r(mConfig);
+}
+
+int32_t Recogniser::addWholeSearch() {
+    // A second n-gram search on the same language model and acoustic model: the decoder reads
+    // the forward-flat switch when a search is made, so it is on for this one alone.
+    ngram_model_t* model = ps_get_lm(mDecoder, "_default");
+    if (model == nullptr) {
+        return -EINVAL;
+    }
+    cmd_ln_set_boolean_r(mConfig, "-fwdflat", TRUE);
+    int status = ps_set_lm(mDecoder, kWholeSearch, ngram_model_retain(model));
+    cmd_ln_set_boolean_r(mConfig, "-fwdflat", FALSE);
+    if (status < 0 || ps_set_search(mDecoder, "_default") < 0) {
+        return -EINVAL;
+    }
+    return 0;
 }
 
 int32_t Recogniser::setSilence(int32_t ms) {
@@ -63,9 +92,9 @@ int32_t Recogniser::setSilence(int32_t ms) {
         return 0;
     }
     // The voice-activity detector counts whole frames; round up so that no utterance ends early.
-    cmd_ln_set_int32_r(mConfig, "-vad_postspeech", (ms + mFrameMs - 1) / mFrameMs);
-    if (ps_reinit(mDecoder, nullptr) < 0) {
-        return -22;
+    cmd_ln_set_int32_r(mConfig, "-vad_postspeech", (ms + kFrameMs - 1) / kFrameMs);
+    if (ps_reinit(mDecoder, nullptr) < 0 || addWholeSearch() != 0) {
+        return -EINVAL;
     }
     mSilenceMs = ms;
     return 0;
@@ -96,8 +125,63 @@ std::string Recogniser::hypothesis() {
     return text == nullptr ? "" : text;
 }
 
+int64_t Recogniser::silenceAfterLastWordMs() {
+    // The best path so far reaches the frame the search has come to; its last segments are
+    // fillers when nothing but silence or noise has followed the last word.
+    int lastWordEnd = -1;
+    int searched = -1;
+    for (ps_seg_t* seg = ps_seg_iter(mDecoder); seg != nullptr; seg = ps_seg_next(seg)) {
+        int startFrame = 0;
+        int endFrame = 0;
+        ps_seg_frames(seg, &startFrame, &endFrame);
+        searched = endFrame;
+        if (!isFiller(ps_seg_word(seg))) {
+            lastWordEnd = endFrame;
+        }
+    }
+    return lastWordEnd < 0 ? -1 : (searched - lastWordEnd) * kFrameMs;
+}
+
 Result Recogniser::endUtterance() {
     ps_end_utt(mDecoder);
+    Result result = collect(0, false);
+    ps_start_utt(mDecoder);
+    return result;
+}
+
+Result Recogniser::decodeWhole(const int16_t* samples, size_t count, int64_t startMs) {
+    ps_end_utt(mDecoder);
+    mCepstra.clear();
+    mFrontEnd->reset();
+    mFrontEnd->process(samples, count, &mCepstra);
+    mFrontEnd->finish(&mCepstra);
+    const size_t frames = mCepstra.size() / static_cast<size_t>(mFrontEnd->size());
+    std::vector<mfcc_t*> rows(frames);
+    for (size_t i = 0; i < frames; ++i) {
+        rows[i] = mCepstra.data() + i * static_cast<size_t>(mFrontEnd->size());
+    }
+
+    // The first pass keeps a running cepstral mean across utterances; this pass takes the mean
+    // of the utterance itself, and the first pass gets its own back afterwards.
+    feat_t* features = ps_get_feat(mDecoder);
+    std::vector<mfcc_t> runningMean(static_cast<size_t>(feat_cepsize(features)));
+    cmn_live_get(features->cmn_struct, runningMean.data());
+    const cmn_type_t firstPassMean = features->cmn;
+    features->cmn = CMN_BATCH;
+    ps_set_search(mDecoder, kWholeSearch);
+    ps_start_utt(mDecoder);
+    ps_process_cep(mDecoder, rows.data(), static_cast<int>(frames), FALSE, TRUE);
+    ps_end_utt(mDecoder);
+    Result result = collect(startMs, true);
+    ps_set_search(mDecoder, "_default");
+    features->cmn = firstPassMean;
+    cmn_live_set(features->cmn_struct, runningMean.data());
+
+    ps_start_utt(mDecoder);
+    return result;
+}
+
+Result Recogniser::collect(int64_t offsetMs, bool relative) {
     Result result;
     logmath_t* logmath = ps_get_logmath(mDecoder);
     int64_t sum = 0;
@@ -107,10 +191,14 @@ Result Recogniser::endUtterance() {
         int endFrame = 0;
         ps_seg_frames(seg, &startFrame, &endFrame);
         if (first) {
-            result.startMs = startFrame * mFrameMs;
+            // The decoder numbers frames from the start of the stream, this pass's as well.
+            if (relative) {
+                offsetMs -= startFrame * kFrameMs;
+            }
+            result.startMs = offsetMs + startFrame * kFrameMs;
             first = false;
         }
-        result.endMs = (endFrame + 1) * mFrameMs;
+        result.endMs = offsetMs + (endFrame + 1) * kFrameMs;
         std::string text = ps_seg_word(seg);
         if (isFiller(text)) {
             continue;
@@ -121,8 +209,8 @@ Result Recogniser::endUtterance() {
         int32 posterior = ps_seg_prob(seg, &acoustic, &language, &backoff);
         Word word;
         word.text = baseForm(text);
-        word.startMs = startFrame * mFrameMs;
-        word.endMs = (endFrame + 1) * mFrameMs;
+        word.startMs = offsetMs + startFrame * kFrameMs;
+        word.endMs = offsetMs + (endFrame + 1) * kFrameMs;
         word.confidence = percent(logmath_exp(logmath, posterior));
         sum += word.confidence;
         result.words.push_back(word);
@@ -138,7 +226,6 @@ Result Recogniser::endUtterance() {
         }
         result.text += word.text;
     }
-    ps_start_utt(mDecoder);
     return result;
 }
 

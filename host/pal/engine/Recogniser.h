@@ -1,5 +1,8 @@
-// The speech recogniser behind a stream: a PocketSphinx decoder fed 16 kHz mono 16-bit PCM,
-// which splits the audio into utterances by voice activity and reports words with times.
+// The speech recogniser behind a stream: a PocketSphinx decoder fed 16 kHz mono 16-bit PCM. Its
+// first pass runs as the audio comes, splits it into utterances and offers partial hypotheses;
+// an ended utterance's words come either from that pass or from decoding the utterance again as
+// a whole (the forward-flat and best-path passes over the complete utterance, with the cepstral
+// mean taken from the utterance itself), which is slower and more accurate.
 #ifndef PAL_ENGINE_RECOGNISER_H
 #define PAL_ENGINE_RECOGNISER_H
 
@@ -9,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "FrontEnd.h"
 #include "ModelImage.h"
 
 struct cmd_ln_s;
@@ -39,36 +43,50 @@ struct Result {
 // Not thread-safe: one thread at a time drives a recogniser.
 class Recogniser {
   public:
-    // Loads the model that `image` names. Returns 0, or -22 when the recogniser cannot load it.
+    // Loads the model that `image` names. Returns 0, or -EINVAL when it cannot be loaded.
     static int32_t create(const ModelImage& image, std::unique_ptr<Recogniser>* recogniser);
     ~Recogniser();
     Recogniser(const Recogniser&) = delete;
     Recogniser& operator=(const Recogniser&) = delete;
 
     // Makes `ms` of silence end an utterance; reloads the decoder when the value changes.
-    // Precondition: no recording in progress. Returns 0, or -22 when the reload fails.
+    // Precondition: no recording in progress. Returns 0, or -EINVAL when the reload fails.
     int32_t setSilence(int32_t ms);
 
     // Begins a recording: times restart at 0 and a first utterance opens.
     void beginRecording();
     // Ends the recording, dropping the open utterance.
     void endRecording();
-    // Feeds samples of the recording. Returns whether the recogniser hears speech: it turns
-    // false once the configured silence has followed speech.
+    // Feeds samples of the recording to the first pass. Returns whether its voice-activity
+    // detector hears speech: it turns false once the configured silence has followed speech.
     bool process(const int16_t* samples, size_t count);
-    // The current utterance's best hypothesis so far ("" when there is none).
+    // The first pass's best hypothesis of the current utterance so far ("" when none).
     std::string hypothesis();
-    // Closes the current utterance, returns its result, and opens the next one.
+    // How long the first pass has heard no word since the last word of its hypothesis, in ms;
+    // -1 when the hypothesis has no word yet. Unlike the voice-activity detector, it counts
+    // breaths and noise after the last word as silence.
+    int64_t silenceAfterLastWordMs();
+    // Closes the current utterance, returns the first pass's result, opens the next one.
     Result endUtterance();
+    // Closes the current utterance of the first pass, dropping its result, decodes `count`
+    // samples of the recording that begin at `startMs` as one whole utterance and returns that
+    // result; then opens the next utterance of the first pass.
+    Result decodeWhole(const int16_t* samples, size_t count, int64_t startMs);
 
   private:
-    Recogniser(cmd_ln_s* config, ps_decoder_s* decoder);
+    Recogniser(cmd_ln_s* config, ps_decoder_s* decoder, std::unique_ptr<FrontEnd> frontEnd);
+    // Adds the search of the whole-utterance pass beside the first pass's. Returns 0 or -EINVAL.
+    int32_t addWholeSearch();
+    // The words of the utterance just ended. Frames count from the start of the recording, or
+    // with `relative` from `offsetMs` at the utterance's first frame.
+    Result collect(int64_t offsetMs, bool relative);
 
     cmd_ln_s* mConfig;
     ps_decoder_s* mDecoder;
+    const std::unique_ptr<FrontEnd> mFrontEnd;  // cepstra of the whole-utterance pass
     int32_t mSilenceMs = kDefaultSilenceMs;
-    int64_t mFrameMs;  // duration of one decoder frame
     bool mUtteranceOpen = false;
+    std::vector<float> mCepstra;  // scratch of the whole-utterance pass
 };
 
 }  // namespace pal_engine

@@ -15,7 +15,7 @@ namespace pal_engine {
 // Not thread-safe.
 class Resampler {
   public:
-    // For input at `rate` Hz with `channels` interleaved channels. Returns 0, or -22 for a rate
+    // For input at `rate` Hz with `channels` interleaved channels. Returns 0, or -EINVAL for a rate
     // or channel count that the resampler cannot take.
     static int32_t create(int rate, int channels, std::unique_ptr<Resampler>* resampler);
     ~Resampler();

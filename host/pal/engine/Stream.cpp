@@ -1,18 +1,16 @@
 #include "Stream.h"
 
+#include <cerrno>
 #include <cstring>
 #include <utility>
+
+#include "Recording.h"
 
 namespace pal_engine {
 
 namespace {
 
-constexpr uint32_t kConfigFixedSize = sizeof(pal_asr_config) - sizeof(uint32_t);
 constexpr uint32_t kModelFixedSize = sizeof(pal_asr_model) - sizeof(uint32_t);
-// Ids of the language table that the service knows; only 0, en-US, is recognised here.
-constexpr int32_t kLanguageCount = 100;
-constexpr int32_t kEnglishUs = 0;
-constexpr int32_t kMaxSilenceMs = 60 * 1000;
 // Audio read per step of the capture thread.
 constexpr int kBlocksPerSecond = 20;
 
@@ -24,109 +22,6 @@ bool sameUuid(const st_uuid& a, const st_uuid& b) {
 
 }  // namespace
 
-int32_t parseSettings(const pal_param_payload* payload, Settings* settings) {
-    if (payload == nullptr || payload->size < kConfigFixedSize) {
-        return -22;
-    }
-    pal_asr_config config;
-    std::memcpy(&config, payload, sizeof(config));
-    if (config.data_size != payload->size - kConfigFixedSize) {
-        return -22;
-    }
-    for (int32_t id : {config.input_language_id, config.output_language_id}) {
-        if (id < 0 || id >= kLanguageCount) {
-            return -22;
-        }
-    }
-    if (config.threshold < 0 || config.threshold > 100 || config.timeout_duration < 0 ||
-        config.silence_detection_duration < 0 ||
-        config.silence_detection_duration > kMaxSilenceMs) {
-        return -22;
-    }
-    if (config.input_language_id != kEnglishUs || config.output_language_id != kEnglishUs ||
-        config.enable_translation != 0 || config.enable_speaker_diarization != 0) {
-        return -38;
-    }
-    settings->continuous = config.continuous != 0;
-    settings->partial = config.partial != 0;
-    settings->timestamps = config.enable_text_timestamp != 0;
-    settings->threshold = config.threshold;
-    settings->timeoutMs = config.timeout_duration;
-    settings->silenceMs = config.silence_detection_duration == 0
-                                  ? kDefaultSilenceMs
-                                  : config.silence_detection_duration;
-    return 0;
-}
-
-// The capture thread's view of one recording: where it stands in the audio and in the current
-// utterance.
-struct Stream::Recording {
-    Recording(Stream& stream, Recogniser& recogniser, const Settings& settings)
-        : stream(stream), recogniser(recogniser), settings(settings) {}
-
-    Stream& stream;
-    Recogniser& recogniser;
-    const Settings settings;
-    int64_t samples = 0;  // fed to the recogniser
-    bool inUtterance = false;
-    int64_t quietSinceMs = 0;  // end of the last utterance
-    std::string partial;       // last partial hypothesis raised
-
-    int64_t nowMs() const { return samples * 1000 / kRecogniserRate; }
-
-    // Ends the current utterance and raises its result, unless it is empty or below the
-    // threshold (a forced result is raised whatever it holds). Returns false when the
-    // recognition is over: the stream stopped, or a command got its result.
-    bool finishUtterance(Ending ending) {
-        Result result = recogniser.endUtterance();
-        inUtterance = false;
-        quietSinceMs = nowMs();
-        partial.clear();
-        bool wanted = ending == Ending::Forced ||
-                      (!result.words.empty() && result.confidence >= settings.threshold);
-        if (!wanted) {
-            return true;
-        }
-        Event event = makeFinalEvent(result, ending, settings.timestamps);
-        return stream.raise(event) && settings.continuous;
-    }
-
-    // Feeds converted audio. Returns false when the recognition is over.
-    bool feed(const std::vector<int16_t>& pcm) {
-        if (pcm.empty()) {
-            return true;
-        }
-        bool speech = recogniser.process(pcm.data(), pcm.size());
-        samples += static_cast<int64_t>(pcm.size());
-        if (speech && !inUtterance) {
-            inUtterance = true;
-        }
-        if (inUtterance && !speech) {
-            return finishUtterance(Ending::Silence);
-        }
-        if (inUtterance && settings.partial) {
-            std::string hypothesis = recogniser.hypothesis();
-            if (!hypothesis.empty() && hypothesis != partial) {
-                partial = hypothesis;
-                Event event = makePartialEvent(hypothesis);
-                if (!stream.raise(event)) {
-                    return false;
-                }
-            }
-        }
-        if (!inUtterance && settings.timeoutMs > 0 &&
-            nowMs() - quietSinceMs >= settings.timeoutMs) {
-            Result silence;
-            silence.startMs = quietSinceMs;
-            silence.endMs = nowMs();
-            Event event = makeFinalEvent(silence, Ending::TimeOut, settings.timestamps);
-            stream.raise(event);
-            return false;
-        }
-        return true;
-    }
-};
-
 Stream::Stream(pal_stream_event_cb callback, unsigned long cookie, const pal_media_format& device)
     : mCallback(callback), mCookie(cookie), mDevice(device) {}
 
@@ -134,18 +29,18 @@ Stream::~Stream() = default;
 
 int32_t Stream::setParam(uint32_t id, const pal_param_payload* payload) {
     if (payload == nullptr) {
-        return -22;
+        return -EINVAL;
     }
     std::lock_guard<std::mutex> lock(mLock);
     switch (id) {
         case PAL_PARAM_ID_ASR_MODEL: {
             if (mStarted || mRunning || payload->size < kModelFixedSize) {
-                return -22;
+                return -EINVAL;
             }
             pal_asr_model model;
             std::memcpy(&model, payload, sizeof(model));
             if (!sameUuid(model.vendor_uuid, kEngineUuidRecord)) {
-                return -22;
+                return -EINVAL;
             }
             ModelImage image;
             int32_t status = readModelImage(model.model_fd, model.model_size, &image);
@@ -153,7 +48,7 @@ int32_t Stream::setParam(uint32_t id, const pal_param_payload* payload) {
                 return status;
             }
             if (image.language != "en-US") {
-                return -22;
+                return -EINVAL;
             }
             std::unique_ptr<Recogniser> recogniser;
             status = Recogniser::create(image, &recogniser);
@@ -164,7 +59,7 @@ int32_t Stream::setParam(uint32_t id, const pal_param_payload* payload) {
         }
         case PAL_PARAM_ID_ASR_CONFIG: {
             if (mStarted) {
-                return -22;
+                return -EINVAL;
             }
             Settings settings;
             int32_t status = parseSettings(payload, &settings);
@@ -178,37 +73,20 @@ int32_t Stream::setParam(uint32_t id, const pal_param_payload* payload) {
             return 0;
         case PAL_PARAM_ID_ASR_FORCE_OUTPUT:
             if (!mStarted) {
-                return -22;
+                return -EINVAL;
             }
             mForceOutput = true;
             mChanged.notify_all();
             return 0;
         default:
-            return -22;
+            return -EINVAL;
     }
 }
 
-int32_t Stream::start(const Source& source) {
-    std::thread previous;
-    {
-        std::lock_guard<std::mutex> lock(mLock);
-        if (mStarted || mRecogniser == nullptr) {
-            return -22;
-        }
-        if (mCapture.get_id() == std::this_thread::get_id()) {
-            return -22;
-        }
-        previous = std::move(mCapture);
-    }
-    // A stop that found the last recording delivering an event left its thread to us.
-    if (previous.joinable()) {
-        previous.join();
-    }
-
-    std::vector<Input> inputs;
+int32_t Stream::open(const Source& source, std::vector<Input>* inputs) {
     switch (source.kind) {
         case Source::Kind::None:
-            return -19;
+            return -ENODEV;
         case Source::Kind::Files:
             for (const std::string& path : source.paths) {
                 Input input;
@@ -216,34 +94,74 @@ int32_t Stream::start(const Source& source) {
                 if (status != 0) {
                     return status;
                 }
-                inputs.push_back(std::move(input));
+                inputs->push_back(std::move(input));
             }
             break;
         case Source::Kind::Pcm:
-            inputs.push_back({makePcmInput(source.fd, static_cast<int>(mDevice.sample_rate),
-                                           mDevice.channels.count),
-                              nullptr});
+            inputs->push_back({makePcmInput(source.fd, static_cast<int>(mDevice.sample_rate),
+                                            mDevice.channels.count),
+                               nullptr});
             break;
     }
-    for (Input& input : inputs) {
+    for (Input& input : *inputs) {
         if (Resampler::create(input.audio->rate(), input.audio->channels(), &input.resampler) !=
             0) {
-            return -5;
+            return -EIO;
         }
+    }
+    return 0;
+}
+
+int32_t Stream::start(const Source& source) {
+    std::thread previous;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        if (mStarted || mRecogniser == nullptr) {
+            return -EINVAL;
+        }
+        if (mCapture.get_id() == std::this_thread::get_id()) {
+            return -EINVAL;
+        }
+        previous = std::move(mCapture);
+    }
+    // A stop that did not wait for the last capture thread left it to us.
+    if (previous.joinable()) {
+        previous.join();
+    }
+    std::vector<Input> inputs;
+    int32_t status = open(source, &inputs);
+    if (status != 0) {
+        return status;
     }
 
     std::lock_guard<std::mutex> lock(mLock);
     if (mStarted || mCapture.joinable()) {
-        return -22;  // another start came first
+        return -EINVAL;  // another start came first
     }
     if (mRecogniser->setSilence(mSettings.silenceMs) != 0) {
-        return -22;
+        return -EINVAL;
+    }
+    std::unique_ptr<FrontEnd> frontEnd;
+    if (mSettings.diarize && (frontEnd = FrontEnd::forSpeakers()) == nullptr) {
+        return -EIO;
+    }
+    if (mSettings.translateTo < 0) {
+        mTranslator.reset();
+    } else if (mTranslator == nullptr || mTranslator->languageId() != mSettings.translateTo) {
+        mTranslator = Translator::create(mSettings.translateTo);
+    }
+    if (mTranslator != nullptr && mTranslator->start() != 0) {
+        mTranslator.reset();
+    }
+    if (mSettings.translateTo >= 0 && mTranslator == nullptr) {
+        return -EIO;
     }
     mStarted = true;
     mRunning = true;
     mStopRequested = false;
     mForceOutput = false;
-    mCapture = std::thread(&Stream::capture, this, std::move(inputs), mSettings, source.pace);
+    mCapture = std::thread(&Stream::capture, this, std::move(inputs), mSettings, source.pace,
+                           std::move(frontEnd));
     return 0;
 }
 
@@ -252,6 +170,9 @@ int32_t Stream::stop() {
 }
 
 int32_t Stream::close() {
+    if (onCaptureThread()) {
+        return -EINVAL;
+    }
     return endCapture(true);
 }
 
@@ -259,13 +180,14 @@ int32_t Stream::endCapture(bool waitForCallback) {
     std::thread capture;
     {
         std::lock_guard<std::mutex> lock(mLock);
-        if (mCapture.get_id() == std::this_thread::get_id()) {
-            return -22;
-        }
         mStarted = false;
         mStopRequested = true;
         mChanged.notify_all();
-        if (waitForCallback || !mInCallback) {
+        if (mTranslator != nullptr) {
+            mTranslator->interrupt();
+        }
+        const bool onCapture = mCapture.get_id() == std::this_thread::get_id();
+        if (!onCapture && (waitForCallback || !mInCallback)) {
             capture = std::move(mCapture);
         }
     }
@@ -287,7 +209,7 @@ int32_t Stream::waitUntilDone(std::chrono::milliseconds timeout) {
         mChanged.wait(lock, done);
         return 0;
     }
-    return mChanged.wait_for(lock, timeout, done) ? 0 : -110;
+    return mChanged.wait_for(lock, timeout, done) ? 0 : -ETIMEDOUT;
 }
 
 bool Stream::raise(Event& event) {
@@ -318,59 +240,63 @@ bool Stream::poll(bool* force) {
     return !mStopRequested;
 }
 
-void Stream::capture(std::vector<Input> inputs, Settings settings, Pace pace) {
+void Stream::capture(std::vector<Input> inputs, Settings settings, Pace pace,
+                     std::unique_ptr<FrontEnd> frontEnd) {
     Recogniser* recogniser = nullptr;
+    Translator* translator = nullptr;
     {
         std::lock_guard<std::mutex> lock(mLock);
         recogniser = mRecogniser.get();
+        translator = mTranslator.get();
     }
-    Recording recording(*this, *recogniser, settings);
-    recogniser->beginRecording();
-    const auto begin = std::chrono::steady_clock::now();
-    std::vector<float> block;
-    std::vector<int16_t> pcm;
-    bool going = true;
-    for (size_t i = 0; going && i < inputs.size(); ++i) {
-        AudioInput& input = *inputs[i].audio;
-        Resampler& resampler = *inputs[i].resampler;
-        const size_t frames = static_cast<size_t>(input.rate() / kBlocksPerSecond);
-        block.resize(frames * static_cast<size_t>(input.channels()));
-        ReadStatus status = ReadStatus::Data;
-        while (going && status != ReadStatus::End && status != ReadStatus::Error) {
-            bool force = false;
-            going = poll(&force);
-            if (going && force) {
-                going = recording.finishUtterance(Ending::Forced);
-            }
-            if (!going) {
-                break;
-            }
-            size_t count = 0;
-            status = input.read(block.data(), frames, &count);
-            if (status == ReadStatus::Pending) {
-                continue;
-            }
-            pcm.clear();
-            if (status == ReadStatus::Data) {
-                resampler.convert(block.data(), count, &pcm);
-            } else {
-                resampler.flush(&pcm);
-            }
-            if (pace == Pace::RealTime) {
-                auto heard = std::chrono::milliseconds(
-                        (recording.samples + static_cast<int64_t>(pcm.size())) * 1000 /
-                        kRecogniserRate);
-                going = waitUntil(begin + heard);
-            }
-            if (going) {
-                going = recording.feed(pcm);
+    {
+        Recording recording(*recogniser, settings, translator, std::move(frontEnd),
+                            [this](Event& event) { return raise(event); });
+        const auto begin = std::chrono::steady_clock::now();
+        std::vector<float> block;
+        std::vector<int16_t> pcm;
+        bool going = true;
+        for (size_t i = 0; going && i < inputs.size(); ++i) {
+            AudioInput& input = *inputs[i].audio;
+            Resampler& resampler = *inputs[i].resampler;
+            const size_t frames = static_cast<size_t>(input.rate() / kBlocksPerSecond);
+            block.resize(frames * static_cast<size_t>(input.channels()));
+            ReadStatus status = ReadStatus::Data;
+            while (going && status != ReadStatus::End && status != ReadStatus::Error) {
+                bool force = false;
+                going = poll(&force);
+                if (going && force) {
+                    going = recording.finishUtterance(Ending::Forced);
+                }
+                if (!going) {
+                    break;
+                }
+                size_t count = 0;
+                status = input.read(block.data(), frames, &count);
+                if (status == ReadStatus::Pending) {
+                    continue;
+                }
+                pcm.clear();
+                if (status == ReadStatus::Data) {
+                    resampler.convert(block.data(), count, &pcm);
+                } else {
+                    resampler.flush(&pcm);
+                }
+                if (pace == Pace::RealTime) {
+                    auto heard = std::chrono::milliseconds(
+                            (recording.samples() + static_cast<int64_t>(pcm.size())) * 1000 /
+                            kRecogniserRate);
+                    going = waitUntil(begin + heard);
+                }
+                if (going) {
+                    going = recording.feed(pcm);
+                }
             }
         }
+        if (going && recording.inUtterance()) {
+            recording.finishUtterance(Ending::EndOfAudio);
+        }
     }
-    if (going && recording.inUtterance) {
-        recording.finishUtterance(Ending::EndOfAudio);
-    }
-    recogniser->endRecording();
 
     std::lock_guard<std::mutex> lock(mLock);
     mRunning = false;

@@ -1,6 +1,6 @@
 // One capture stream of the engine: its model, its configuration, and while it is started the
-// capture thread that reads the audio source, converts it, feeds the recogniser and raises the
-// stream's events through its callback.
+// capture thread that reads the audio source, converts it, and hands it to a Recording, which
+// raises the stream's events through its callback.
 #ifndef PAL_ENGINE_STREAM_H
 #define PAL_ENGINE_STREAM_H
 
@@ -20,6 +20,8 @@
 #include "EventPayload.h"
 #include "Recogniser.h"
 #include "Resampler.h"
+#include "Settings.h"
+#include "Translator.h"
 
 namespace pal_engine {
 
@@ -32,28 +34,15 @@ struct Source {
     Pace pace = Pace::RealTime;
 };
 
-// A configuration payload (PAL_PARAM_ID_ASR_CONFIG) as the engine uses it.
-struct Settings {
-    bool continuous = true;   // keep recognising after the first final result
-    bool partial = false;     // raise partial hypotheses
-    bool timestamps = false;  // raise final results as time-stamped events
-    int32_t threshold = 0;    // lowest confidence of a final result that is raised
-    int32_t timeoutMs = 0;    // end the recognition after this long without speech; 0: never
-    int32_t silenceMs = kDefaultSilenceMs;
-};
-
-// Reads a configuration payload. Returns 0; -22 for a malformed payload or a value out of range;
-// -38 for a language other than en-US (id 0), translation or speaker diarization.
-int32_t parseSettings(const pal_param_payload* payload, Settings* settings);
-
-// Thread safety: every member may be called from any thread. mLock guards the state below it;
-// the callback is never called with it held. The capture thread alone uses the recogniser while
-// it runs (mRunning); the other members touch it only when no capture thread runs.
+// Thread safety: every member may be called from any thread, the stream's callback included.
+// mLock guards the state below it; the callback is never called with it held. While a capture
+// thread runs (mRunning) it alone uses the recogniser and the translator; the other members
+// touch them only when no capture thread runs, except Translator::interrupt.
 class Stream {
   public:
     // `device` is the format that a PCM source delivers.
     Stream(pal_stream_event_cb callback, unsigned long cookie, const pal_media_format& device);
-    // Precondition: close() has returned.
+    // Precondition: close() has returned on another thread than the capture thread.
     ~Stream();
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
@@ -62,19 +51,20 @@ class Stream {
     pal_stream_handle* handle() { return &mHandle; }
 
     // Parameters 77 (model; loads the recogniser, which takes a moment), 78 (configuration),
-    // 79 (custom extras, ignored) and 80 (force output). Returns 0, -22 or -38 as
+    // 79 (custom extras, ignored) and 80 (force output). Returns 0, -EINVAL or -ENOSYS as
     // docs/ENGINE.md lists.
     int32_t setParam(uint32_t id, const pal_param_payload* payload);
-    // Starts capturing `source`; first waits for an event callback left running by a stop.
-    // Returns 0; -22 when started already, no model is loaded or called on the capture thread;
-    // -19 when there is no source; -5 when a file cannot be opened or decoded.
+    // Starts capturing `source`; first waits for the capture thread of the last start to end.
+    // Returns 0; -EINVAL when started already, no model is loaded or called on the capture
+    // thread; -ENODEV when there is no source; -EIO when a file cannot be opened or decoded or
+    // the translator cannot be started.
     int32_t start(const Source& source);
-    // After it returns no event begins. An event already being delivered on the capture thread
-    // is not waited for (its callback may wait for what the caller holds); close() waits for it.
-    // Returns 0, or -22 when called on the capture thread.
+    // After it returns no event begins. Neither an event being delivered on the capture thread
+    // nor the capture thread itself is waited for (the callback may wait for what the caller
+    // holds, or be the caller); close() waits for them. Returns 0.
     int32_t stop();
-    // Stops and waits for the capture thread to end. Returns 0, or -22 when called on the
-    // capture thread.
+    // Stops and waits for the capture thread to end. Returns 0, or -EINVAL when called on the
+    // capture thread, which cannot wait for itself.
     int32_t close();
     // Whether the calling thread is this stream's capture thread.
     bool onCaptureThread();
@@ -83,16 +73,18 @@ class Stream {
     int32_t waitUntilDone(std::chrono::milliseconds timeout);
 
   private:
-    struct Recording;
     // One part of the source with the converter for its format.
     struct Input {
         std::unique_ptr<AudioInput> audio;
         std::unique_ptr<Resampler> resampler;
     };
 
-    void capture(std::vector<Input> inputs, Settings settings, Pace pace);
-    // Ends the capture thread and joins it; a thread inside the stream callback is joined only
-    // when `waitForCallback`.
+    void capture(std::vector<Input> inputs, Settings settings, Pace pace,
+                 std::unique_ptr<FrontEnd> frontEnd);
+    // Opens the inputs of `source`. Returns 0, -ENODEV or -EIO.
+    int32_t open(const Source& source, std::vector<Input>* inputs);
+    // Ends the capture thread; joins it when `waitForCallback` or when it is not delivering an
+    // event, unless called on it.
     int32_t endCapture(bool waitForCallback);
     // Delivers `event` unless a stop came first. Returns false when the capture must end.
     bool raise(Event& event);
@@ -109,6 +101,7 @@ class Stream {
     std::mutex mLock;
     std::condition_variable mChanged;
     std::unique_ptr<Recogniser> mRecogniser;  // guarded by mLock
+    std::unique_ptr<Translator> mTranslator;  // guarded by mLock: one pipeline per stream
     Settings mSettings;                       // guarded by mLock
     std::thread mCapture;                     // guarded by mLock
     bool mStarted = false;                    // guarded by mLock: between start and stop

@@ -1,0 +1,370 @@
+// The PAL engine's accuracy and speed, through the PAL API as the service drives it:
+// - word error rate and real-time factor (CPU seconds per second of audio) of each continuous
+//   mode on the five LibriVox recordings of pocketsphinx-testdata, one stream per recording;
+// - at real-time pace, the time from the end of an utterance's last word to the delivery of its
+//   final result, with the engine's default 500 ms of silence;
+// - the time Apertium takes to translate each result of the recordings;
+// - the diarization error rate on conversations of espeak-ng voices and on LibriVox recordings
+//   alternating with espeak-ng.
+#include <benchmark/benchmark.h>
+#include <pal/pal_api.h>
+#include <pal/pal_engine.h>
+#include <sys/mman.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ReferenceRecogniser.h"
+#include "SyntheticSpeech.h"
+#include "Translator.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using engine_test::Segment;
+
+const std::string kRecordings = voxa_test::kLibriVox + "sense_and_sensibility_01_austen_64kb-";
+const char* const kNames[] = {"0870", "0880", "0890", "0920", "0930"};
+
+double cpuSeconds() {
+    timespec now;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+int64_t numberAfter(const std::string& json, const std::string& key) {
+    size_t at = json.find("\"" + key + "\":");
+    return at == std::string::npos ? -1 : std::stoll(json.substr(at + key.size() + 3));
+}
+
+// One stream of the engine with the shipped model, recording what its callback receives.
+class Session {
+  public:
+    struct Final {
+        std::string text;
+        std::string json;
+        Clock::time_point delivered;
+    };
+
+    Session() {
+        pal_stream_attrs attributes = {};
+        attributes.type = PAL_STREAM_ASR;
+        attributes.direction = PAL_AUDIO_INPUT;
+        attributes.in_media_config = {16000, 16, PCM_S16_LE, {1, {1}}};
+        pal_device device = {};
+        device.id = PAL_DEVICE_IN_HANDSET_VA_MIC;
+        device.config = {48000, 16, PCM_S16_LE, {2, {1, 2}}};
+        mOk = pal_stream_open(&attributes, 1, &device, 0, nullptr, &Session::callback,
+                              reinterpret_cast<unsigned long>(this), &mStream) == 0;
+        const std::string image = readFile(VOXA_ENGINE_MODEL);
+        int fd = memfd_create("image", MFD_CLOEXEC);
+        mOk = mOk && write(fd, image.data(), image.size()) == static_cast<ssize_t>(image.size());
+        pal_asr_model model = {24, pal_engine::kEngineUuidRecord, fd,
+                               static_cast<int32_t>(image.size())};
+        mOk = mOk && pal_stream_set_param(mStream, PAL_PARAM_ID_ASR_MODEL,
+                                          reinterpret_cast<pal_param_payload*>(&model)) == 0;
+        close(fd);
+    }
+    ~Session() {
+        if (mStream != nullptr) pal_stream_close(mStream);
+    }
+
+    // Recognises `files` with `config`; returns false when the engine refuses.
+    bool run(pal_asr_config config, const std::vector<std::string>& files, pal_engine::Pace pace) {
+        mFinals.clear();
+        mSpeakers.clear();
+        config.payload_size = 36;
+        mStarted = Clock::now();
+        return mOk && pal_engine::setFileSource(files, pace) == 0 &&
+               pal_stream_set_param(mStream, PAL_PARAM_ID_ASR_CONFIG,
+                                    reinterpret_cast<pal_param_payload*>(&config)) == 0 &&
+               pal_stream_start(mStream) == 0 &&
+               pal_engine::waitUntilDone(std::chrono::milliseconds(-1)) == 0 &&
+               pal_stream_stop(mStream) == 0;
+    }
+
+    Clock::time_point started() const { return mStarted; }
+    std::vector<Final> finals() {
+        std::lock_guard<std::mutex> lock(mLock);
+        return mFinals;
+    }
+    std::vector<Segment> speakers() {
+        std::lock_guard<std::mutex> lock(mLock);
+        return mSpeakers;
+    }
+
+  private:
+    static int32_t callback(pal_stream_handle*, unsigned int id, unsigned int* data, unsigned int,
+                            unsigned long cookie) {
+        auto* self = reinterpret_cast<Session*>(cookie);
+        const auto* bytes = reinterpret_cast<const char*>(data);
+        std::lock_guard<std::mutex> lock(self->mLock);
+        if (id == PAL_ASR_EVENT_ID_SPEAKER_DIARIZATION) {
+            uint32_t count = 0;
+            std::memcpy(&count, bytes + 8, sizeof(count));
+            for (uint32_t s = 0; s < count; ++s) {
+                Segment turn;
+                std::memcpy(&turn.speaker, bytes + 16 + 144 * s, 4);
+                std::memcpy(&turn.startMs, bytes + 16 + 144 * s + 8, 8);
+                std::memcpy(&turn.endMs, bytes + 16 + 144 * s + 16, 8);
+                self->mSpeakers.push_back(turn);
+            }
+        } else if (bytes[8] == 1) {
+            const size_t json = id == PAL_ASR_EVENT_ID_TIMESTAMP ? 8 + 10668 : 8 + 1040;
+            self->mFinals.push_back({bytes + 8 + 12, bytes + json, Clock::now()});
+        }
+        return 0;
+    }
+
+    bool mOk = false;
+    pal_stream_handle* mStream = nullptr;
+    Clock::time_point mStarted;
+    std::mutex mLock;
+    std::vector<Final> mFinals;
+    std::vector<Segment> mSpeakers;
+};
+
+pal_asr_config modeConfig(bool partial, bool bufferedEvent) {
+    pal_asr_config config = {};
+    config.continuous = 1;
+    config.partial = partial;
+    config.buffering = !partial && !bufferedEvent;
+    config.buffered_event = bufferedEvent;
+    return config;
+}
+
+std::vector<std::string> referenceWords(const std::string& name) {
+    std::ifstream transcription(voxa_test::kLibriVox + "transcription");
+    for (std::string line; std::getline(transcription, line);) {
+        if (line.find(name + ")") != std::string::npos) {
+            line = line.substr(4, line.find(" </s>") - 4);
+            return voxa_test::splitWords(line);
+        }
+    }
+    return {};
+}
+
+// Word error rate and real-time factor of one mode: Arg 0 partial, 1 buffering, 2 buffered-event.
+void BM_WordErrorRate(benchmark::State& state) {
+    const bool partial = state.range(0) == 0;
+    const pal_asr_config config = modeConfig(partial, state.range(0) == 2);
+    for (auto _ : state) {
+        std::vector<std::string> reference, heard;
+        double cpu = 0;
+        double audio = 0;
+        for (const char* name : kNames) {
+            Session session;  // a model loaded for each recording, as voxa transcribe does
+            const std::string path = kRecordings + name + ".wav";
+            const double before = cpuSeconds();
+            if (!session.run(config, {path}, pal_engine::Pace::Fast)) {
+                state.SkipWithError("the engine refused the recording");
+                return;
+            }
+            cpu += cpuSeconds() - before;
+            audio += static_cast<double>(readFile(path).size() - 44) / 32000.0;
+            for (const Session::Final& final : session.finals()) {
+                for (const std::string& word : voxa_test::splitWords(final.text)) {
+                    heard.push_back(word);
+                }
+            }
+            const std::vector<std::string> words =
+                    referenceWords(std::string("sense_and_sensibility_01_austen_64kb-") + name);
+            reference.insert(reference.end(), words.begin(), words.end());
+        }
+        state.SetIterationTime(cpu);
+        state.counters["wer_percent"] = 100 * voxa_test::wordErrorRate(reference, heard);
+        state.counters["real_time_factor"] = cpu / audio;
+    }
+}
+
+// At real-time pace, the recordings each followed by 1.5 s of silence: from the end of the last
+// word of each result to its delivery. Arg 0 partial-continuous, 1 buffering.
+void BM_FinalLatency(benchmark::State& state) {
+    const std::string silence = "/tmp/voxa-bench-silence.wav";
+    {
+        std::string wav = readFile(kRecordings + "0880.wav").substr(0, 44);
+        const uint32_t bytes = 48000;
+        const uint32_t riff = 36 + bytes;
+        wav.replace(4, 4, reinterpret_cast<const char*>(&riff), 4);
+        wav.replace(40, 4, reinterpret_cast<const char*>(&bytes), 4);
+        std::ofstream(silence, std::ios::binary) << wav << std::string(bytes, '\0');
+    }
+    std::vector<std::string> files;
+    for (const char* name : kNames) {
+        files.push_back(kRecordings + name + ".wav");
+        files.push_back(silence);
+    }
+    Session session;
+    for (auto _ : state) {
+        if (!session.run(modeConfig(state.range(0) == 0, false), files,
+                         pal_engine::Pace::RealTime)) {
+            state.SkipWithError("the engine refused the recording");
+            return;
+        }
+        std::vector<double> latencies;
+        for (const Session::Final& final : session.finals()) {
+            const auto lastWord = session.started() +
+                                  std::chrono::milliseconds(numberAfter(final.json, "end_ms"));
+            latencies.push_back(
+                    std::chrono::duration<double, std::milli>(final.delivered - lastWord).count());
+        }
+        if (latencies.empty()) {
+            state.SkipWithError("no result");
+            return;
+        }
+        double sum = 0;
+        for (double latency : latencies) sum += latency;
+        state.SetIterationTime(sum / 1000 / static_cast<double>(latencies.size()));
+        state.counters["results"] = static_cast<double>(latencies.size());
+        state.counters["mean_ms"] = sum / static_cast<double>(latencies.size());
+        state.counters["max_ms"] = *std::max_element(latencies.begin(), latencies.end());
+        state.counters["max_over_silence_ms"] = state.counters["max_ms"] - 500;
+    }
+    unlink(silence.c_str());
+}
+
+// Apertium's time per result on the buffering results of the recordings, once its pipeline has
+// started (Arg: language id 3 es-ES, 11 ca-ES, 60 gl-ES).
+void BM_TranslationLatency(benchmark::State& state) {
+    const int32_t language = static_cast<int32_t>(state.range(0));
+    std::vector<std::string> texts;
+    {
+        Session session;
+        for (const char* name : kNames) {
+            if (!session.run(modeConfig(false, false), {kRecordings + name + ".wav"},
+                             pal_engine::Pace::Fast)) {
+                state.SkipWithError("the engine refused the recording");
+                return;
+            }
+            for (const Session::Final& final : session.finals()) texts.push_back(final.text);
+        }
+    }
+    std::unique_ptr<pal_engine::Translator> translator = pal_engine::Translator::create(language);
+    std::string translation;
+    if (translator == nullptr || translator->start() != 0 ||
+        translator->translate("good morning", &translation, std::chrono::seconds(30)) != 0) {
+        state.SkipWithError("no translator");
+        return;
+    }
+    for (auto _ : state) {
+        double longest = 0;
+        double total = 0;
+        for (const std::string& text : texts) {
+            const auto begin = Clock::now();
+            if (translator->translate(text, &translation, pal_engine::kTranslationTimeout) != 0) {
+                state.SkipWithError("a translation failed");
+                return;
+            }
+            const double ms =
+                    std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+            longest = std::max(longest, ms);
+            total += ms;
+        }
+        state.SetIterationTime(total / 1000 / static_cast<double>(texts.size()));
+        state.counters["mean_ms"] = total / static_cast<double>(texts.size());
+        state.counters["max_ms"] = longest;
+    }
+}
+
+// Diarization error rate: Arg 2 or 3 espeak-ng voices taking turns, 0 LibriVox recordings
+// alternating with an espeak-ng voice.
+void BM_DiarizationErrorRate(benchmark::State& state) {
+    std::vector<engine_test::Turn> turns;
+    if (state.range(0) > 0) {
+        turns = engine_test::conversation(static_cast<int>(state.range(0)), 12);
+    } else {
+        const std::vector<engine_test::Turn> voice = engine_test::conversation(2, 12);
+        for (size_t i = 0; i < std::size(kNames); ++i) {
+            engine_test::Turn recorded;
+            recorded.speaker = 1;
+            recorded.file = kRecordings + kNames[i] + ".wav";
+            recorded.pauseMs = i == 0 ? 0 : 600;
+            turns.push_back(recorded);
+            turns.push_back(voice[2 * i + 1]);
+            turns.back().pauseMs = 400;
+        }
+    }
+    char directory[] = "/tmp/voxa-bench-XXXXXX";
+    engine_test::Recording recording;
+    if (mkdtemp(directory) == nullptr ||
+        !engine_test::makeRecording(turns, directory, &recording)) {
+        state.SkipWithError("espeak-ng failed");
+        return;
+    }
+    pal_asr_config config = modeConfig(false, false);
+    config.enable_speaker_diarization = 1;
+    Session session;
+    for (auto _ : state) {
+        const double before = cpuSeconds();
+        if (!session.run(config, recording.files, pal_engine::Pace::Fast)) {
+            state.SkipWithError("the engine refused the recording");
+            return;
+        }
+        state.SetIterationTime(cpuSeconds() - before);
+        const std::vector<Segment> said = session.speakers();
+        const engine_test::ErrorRate rate =
+                engine_test::diarizationErrorRate(recording.speech, said);
+        int32_t speakers = 0;
+        for (const Segment& turn : said) speakers = std::max(speakers, turn.speaker);
+        state.counters["der_percent"] = 100 * rate.total();
+        state.counters["missed_percent"] = 100 * rate.missed;
+        state.counters["false_alarm_percent"] = 100 * rate.falseAlarm;
+        state.counters["confusion_percent"] = 100 * rate.confusion;
+        state.counters["speakers_found"] = speakers;
+    }
+    for (const std::string& file : recording.files) {
+        if (file.rfind(directory, 0) == 0) unlink(file.c_str());
+    }
+    rmdir(directory);
+}
+
+// Manual times: CPU seconds of recognition, mean seconds of latency or translation.
+BENCHMARK(BM_WordErrorRate)
+        ->ArgName("mode")
+        ->Arg(0)
+        ->Arg(1)
+        ->Arg(2)
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FinalLatency)
+        ->ArgName("mode")
+        ->Arg(0)
+        ->Arg(1)
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TranslationLatency)
+        ->ArgName("language")
+        ->Arg(3)
+        ->Arg(11)
+        ->Arg(60)
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DiarizationErrorRate)
+        ->ArgName("voices")
+        ->Arg(2)
+        ->Arg(3)
+        ->Arg(0)
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,82 @@
+// Speaker diarization of a recording from its cepstra, utterance by utterance, with no speaker
+// model and no number of speakers given: the speech of each ended utterance (its frames well
+// above the utterance's quietest, by energy) is cut where the speaker changes (the Bayesian
+// information criterion, BIC, over a sliding window), and the pieces of the whole recording so
+// far are clustered bottom-up (two clusters merge while one full-covariance Gaussian explains
+// them better than two, by BIC). Speakers are numbered from 1
+// in the order they are first heard, and a number once given is never taken back: later evidence
+// may tie a new piece to an earlier speaker, not renumber what was reported. docs/ENGINE.md
+// describes the method and its limits.
+#ifndef PAL_ENGINE_DIARIZER_H
+#define PAL_ENGINE_DIARIZER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace pal_engine {
+
+// A stretch of the recording, in ms from its start.
+struct Span {
+    int64_t startMs = 0;
+    int64_t endMs = 0;
+};
+
+struct SpeakerTurn {
+    int32_t speaker = 0;  // from 1
+    Span span;
+};
+
+// Not thread-safe.
+class Diarizer {
+  public:
+    // Frames of `frameSize` values each: the cepstra of FrontEnd, the first one the energy.
+    explicit Diarizer(int frameSize);
+
+    // Appends cepstra of the recording, one frame per 10 ms from where the last one ended; the
+    // first frame ever added starts the recording. Only the last minute is kept.
+    void addFrames(const float* frames, size_t count);
+    // An utterance has ended; `utterance` is the stretch of the recording it took, with some
+    // silence around its speech. Returns which speaker said what in it, in order; a turn covers
+    // speech only, pauses under 300 ms included. Frames up to the utterance's end are dropped.
+    std::vector<SpeakerTurn> assign(const Span& utterance);
+
+    // A piece of speech summarised by the sufficient statistics of a Gaussian over its frames.
+    struct Statistics {
+        double count = 0;
+        std::vector<double> sum;      // of each coefficient
+        std::vector<double> squares;  // of each product of two coefficients, lower triangle
+
+        explicit Statistics(int dimension = 0);
+        void add(const float* values);
+        void merge(const Statistics& other);
+        // Takes out the frames of `part`, which were added to these.
+        void remove(const Statistics& part);
+        // The log-determinant of the maximum-likelihood covariance, slightly regularised.
+        double logDeterminant() const;
+    };
+
+  private:
+    struct Piece {
+        Statistics statistics;
+        int32_t speaker = 0;  // 0 until reported
+    };
+
+    // Where the speaker changes in `frames` (each dimension values): frame indices, ascending.
+    std::vector<size_t> changes(const std::vector<float>& frames) const;
+    // Clusters every piece; returns the cluster of each.
+    std::vector<size_t> cluster() const;
+    // Gives a speaker to the new pieces, from `first` on, after clustering.
+    void label(size_t first);
+
+    const int mFrameSize;
+    const int mDimension;        // the coefficients used: all but the energy
+    std::vector<float> mFrames;  // mFrameSize values each
+    int64_t mFirstFrame = 0;     // index in the recording of the first frame kept
+    std::vector<Piece> mPieces;  // every piece of speech so far
+    int32_t mSpeakers = 0;       // speakers numbered so far
+};
+
+}  // namespace pal_engine
+
+#endif  // PAL_ENGINE_DIARIZER_H
