@@ -116,7 +116,7 @@ int32_t Engine::close(pal_stream_handle* handle) {
         // the notifier thread waits for it, and only then frees the engine.
         stream->stop();
         std::lock_guard<std::mutex> lock(mLock);
-        mJobs.push_back({std::move(stream), {}});
+        mJobs.push_back({std::move(stream)});
         startNotifier();
         return 0;
     }
