@@ -123,7 +123,7 @@ bool recogniseDirectly(const std::string& modelImage, const std::string& path, b
         return false;
     }
     cmd_ln_set_boolean_r(config, "-fwdflat", TRUE);
-    ps_set_lm(decoder, "whole", ngram_model_retain(ps_get_lm(decoder, "_default")));
+    ps_set_lm(decoder, "whole", ps_get_lm(decoder, "_default"));
     cmd_ln_set_boolean_r(config, "-fwdflat", FALSE);
     ps_set_search(decoder, "_default");
     cmd_ln_t* frontEndConfig =
@@ -131,6 +131,7 @@ bool recogniseDirectly(const std::string& modelImage, const std::string& path, b
     const std::string params = files["acoustic-model"] + "/feat.params";
     cmd_ln_parse_file_r(frontEndConfig, ps_args(), params.c_str(), FALSE);
     fe_t* frontEnd = fe_init_auto_r(frontEndConfig);
+    cmd_ln_free_r(frontEndConfig);  // the front end keeps its own reference
 
     words->clear();
     ps_start_stream(decoder);

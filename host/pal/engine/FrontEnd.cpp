@@ -37,10 +37,12 @@ std::unique_ptr<FrontEnd> FrontEnd::create(cmd_ln_t* config) {
     if (config == nullptr) {
         return nullptr;
     }
-    fe_t* fe = fe_init_auto_r(config);  // takes the configuration
+    // The front end keeps its own reference to the configuration.
+    fe_t* fe = fe_init_auto_r(config);
     if (fe == nullptr) {
         return nullptr;
     }
+    cmd_ln_free_r(config);
     return std::unique_ptr<FrontEnd>(new FrontEnd(fe, fe_get_output_size(fe)));
 }
 

@@ -44,7 +44,7 @@ class FrontEnd {
 
   private:
     FrontEnd(fe_s* fe, int size);
-    // Takes `config`, a parse of the recogniser's arguments.
+    // With `config`, a parse of the recogniser's arguments, which it takes.
     static std::unique_ptr<FrontEnd> create(cmd_ln_s* config);
 
     fe_s* const mFe;

@@ -79,7 +79,7 @@ int32_t Recogniser::addWholeSearch() {
         return -EINVAL;
     }
     cmd_ln_set_boolean_r(mConfig, "-fwdflat", TRUE);
-    int status = ps_set_lm(mDecoder, kWholeSearch, ngram_model_retain(model));
+    int status = ps_set_lm(mDecoder, kWholeSearch, model);
     cmd_ln_set_boolean_r(mConfig, "-fwdflat", FALSE);
     if (status < 0 || ps_set_search(mDecoder, "_default") < 0) {
         return -EINVAL;
