@@ -42,7 +42,7 @@ std::unique_ptr<Translation> Recording::translate(const std::string& text) {
         return nullptr;
     }
     auto translation = std::make_unique<Translation>();
-    translation->language = Translator::target(mTranslator->languageId());
+    translation->language = mTranslator->code();
     if (!text.empty()) {
         int32_t status = mTranslator->translate(text, &translation->text, kTranslationTimeout);
         if (status != 0) {

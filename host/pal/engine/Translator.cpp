@@ -170,11 +170,11 @@ std::unique_ptr<Translator> Translator::create(int32_t languageId) {
     if (wakeFd < 0) {
         return nullptr;
     }
-    return std::unique_ptr<Translator>(new Translator(languageId, pipeline, wakeFd));
+    return std::unique_ptr<Translator>(new Translator(languageId, pair->code, pipeline, wakeFd));
 }
 
-Translator::Translator(int32_t languageId, std::string pipeline, int wakeFd)
-    : mLanguageId(languageId), mPipeline(std::move(pipeline)), mWakeFd(wakeFd) {}
+Translator::Translator(int32_t languageId, const char* code, std::string pipeline, int wakeFd)
+    : mLanguageId(languageId), mCode(code), mPipeline(std::move(pipeline)), mWakeFd(wakeFd) {}
 
 Translator::~Translator() {
     end();

@@ -32,6 +32,8 @@ class Translator {
     Translator& operator=(const Translator&) = delete;
 
     int32_t languageId() const { return mLanguageId; }
+    // The code of the language it translates into, "es-ES"...
+    const char* code() const { return mCode; }
     // Starts the pipeline unless it runs, and clears a past interrupt(). Returns 0, or -EIO when
     // it cannot be started.
     int32_t start();
@@ -44,13 +46,14 @@ class Translator {
     void interrupt();
 
   private:
-    Translator(int32_t languageId, std::string pipeline, int wakeFd);
+    Translator(int32_t languageId, const char* code, std::string pipeline, int wakeFd);
     // Starts the pipeline unless it runs. Returns 0 or -EIO.
     int32_t spawn();
     // Ends the pipeline: every stage is killed.
     void end();
 
     const int32_t mLanguageId;
+    const char* const mCode;
     const std::string mPipeline;  // the shell command of the whole pipeline
     const int mWakeFd;            // eventfd that interrupt() signals
     pid_t mProcess = -1;          // the shell, leader of the pipeline's process group
