@@ -49,10 +49,12 @@ struct InputEnd {
     int64_t declaredMs = -1;  // where its header said it ends; -1 when it said nothing
 };
 
-// The languages the engine behind the service handles, as codes of getSupportedLanguages.
+// The languages the engine behind the service handles, as codes of getSupportedLanguages, and
+// whether it tells speakers apart. Empty lists claim nothing: the engine may handle any language.
 struct EngineLanguages {
     std::vector<std::string> recognised;
     std::vector<std::string> translatedTo;
+    bool diarizes = false;
 };
 
 // Used by the client's main thread, except waitUntilInputEnds, which may run on another thread

@@ -9,6 +9,7 @@ Abilities abilities() {
     // resampler's limits (Resampler).
     Abilities abilities;
     abilities.recognised = {"en-US"};
+    abilities.diarizes = true;
     for (int32_t id = 0; id < PAL_ASR_LANGUAGE_COUNT; ++id) {
         if (const char* target = Translator::target(id)) abilities.translatedTo.push_back(target);
     }

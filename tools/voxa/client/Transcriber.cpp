@@ -296,10 +296,22 @@ std::optional<InputEnd> Transcriber::listen(int32_t handle, const Options& optio
 std::string Transcriber::startFailure(const ndk::ScopedAStatus& status, const Options& options) {
     const std::string name = errorName(status);
     if (isServiceError(status, ServiceError::OPERATION_NOT_SUPPORTED)) {
+        // What was asked that the engine does not claim to handle; a host part that claims
+        // nothing (no recognised language) names nothing.
+        const EngineLanguages engine = mHost->languages();
+        auto lacks = [](const std::vector<std::string>& codes, const std::string& code) {
+            return std::find(codes.begin(), codes.end(), code) == codes.end();
+        };
         std::vector<std::string> asked;
-        if (options.language != "en-US") asked.push_back("the language " + options.language);
-        if (!options.translateTo.empty()) asked.push_back("translation to " + options.translateTo);
-        if (options.diarize) asked.push_back("speaker diarization");
+        if (!engine.recognised.empty()) {
+            if (lacks(engine.recognised, options.language)) {
+                asked.push_back("the language " + options.language);
+            }
+            if (!options.translateTo.empty() && lacks(engine.translatedTo, options.translateTo)) {
+                asked.push_back("translation to " + options.translateTo);
+            }
+            if (options.diarize && !engine.diarizes) asked.push_back("speaker diarization");
+        }
         std::string what;
         for (size_t i = 0; i < asked.size(); ++i) {
             what += (i == 0 ? "" : i + 1 == asked.size() ? " or " : ", ") + asked[i];

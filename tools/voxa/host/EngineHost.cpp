@@ -41,7 +41,7 @@ std::string EngineHost::engineUuid() {
 
 EngineLanguages EngineHost::languages() {
     pal_engine::Abilities abilities = pal_engine::abilities();
-    return {std::move(abilities.recognised), std::move(abilities.translatedTo)};
+    return {std::move(abilities.recognised), std::move(abilities.translatedTo), abilities.diarizes};
 }
 
 Status EngineHost::openInput(const InputRequest& request, InputInfo* info) {

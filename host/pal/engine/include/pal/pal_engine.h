@@ -58,6 +58,7 @@ int32_t waitUntilDone(std::chrono::milliseconds timeout);
 struct Abilities {
     std::vector<std::string> recognised;    // language codes of the models it recognises with
     std::vector<std::string> translatedTo;  // language codes it translates into
+    bool diarizes = false;                  // it tells speakers apart
     int minSampleRate = 0;                  // Hz, of a sound file or a PCM source
     int maxSampleRate = 0;
     int maxChannels = 0;
