@@ -109,8 +109,9 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     if (gVoxaSeconds > 0 && gBatchSeconds > 0) {
-        std::printf("CPU time of voxa transcribe / pocketsphinx_batch on the five recordings: %.3f\n",
-                    gVoxaSeconds / gBatchSeconds);
+        std::printf(
+                "CPU time of voxa transcribe / pocketsphinx_batch on the five recordings: %.3f\n",
+                gVoxaSeconds / gBatchSeconds);
     }
     return 0;
 }
