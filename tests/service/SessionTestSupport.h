@@ -19,6 +19,7 @@ using fake_pal::Function;
 using voxa_test::Bytes;
 using voxa_test::Error;
 using voxa_test::Info;
+using voxa_test::Lines;
 using voxa_test::LogCapture;
 using voxa_test::RecordingCallback;
 

@@ -110,56 +110,238 @@ TEST_F(VoxaTest, UnknownHandlesAreInvalid) {
     EXPECT_THAT(pal().calls(), IsEmpty());
 }
 
-TEST_F(VoxaTest, EntryAndExitLinesOfEachOperation) {
-    auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    mLog.clear();
-    int32_t handle = openSession(client);
-    EXPECT_EQ(Info("initSession: Enter"), mLog.lines().front());
-    EXPECT_EQ(Info("initSession: Exit handle 0, status 0"), mLog.lines().back());
-
-    pal().queueResults(Function::StreamStart, {-5});
-    mLog.clear();
-    EXPECT_EQ(-4, serviceError(mVoxa->startListening(handle, englishConfig())));
-    EXPECT_EQ(Info("startListening: Enter handle 0"), mLog.lines().front());
-    // A failed start leaves no exit line.
-    EXPECT_EQ(Error("startListening: Failed to start with handle 0, status -5"),
-              mLog.lines().back());
-
-    mLog.clear();
-    EXPECT_TRUE(mVoxa->startListening(handle, englishConfig()).isOk());
-    EXPECT_EQ(Info("startListening: Exit handle 0, status 0"), mLog.lines().back());
-
-    pal().queueResults(Function::StreamStop, {-38});
-    mLog.clear();
-    EXPECT_EQ(-3, serviceError(mVoxa->stopListening(handle)));
-    std::vector<voxa_test::LogLine> lines = mLog.lines();
-    ASSERT_GE(lines.size(), 3u);
-    EXPECT_EQ(Error("stopListening: Failed to stop recognition model with handle 0, status -38"),
-              lines[lines.size() - 2]);
-    EXPECT_EQ(Info("stopListening: Exit handle 0, status -38"), lines.back());
-
-    VoxaParameter invalid;
-    invalid.param = ParameterType::INVALID;
-    mLog.clear();
-    EXPECT_EQ(-1, serviceError(mVoxa->setParameter(handle, invalid)));
-    lines = mLog.lines();
-    EXPECT_EQ(Error("setParameter: Failed to set param with handle 0, status -22"),
-              lines[lines.size() - 2]);
-    EXPECT_EQ(Info("setParameter: Exit handle 0, status -22"), lines.back());
+// What an operation did, one line each: the service's log lines ("I text", "E text") and then the
+// PAL calls it made ("pal_stream_set_param 78"), with the test's model and configuration texts
+// written {model} and {config}.
+std::string transcript(const std::vector<voxa_test::LogLine>& lines,
+                       const std::vector<fake_pal::Call>& calls) {
+    std::string text;
+    for (const voxa_test::LogLine& line : lines) {
+        text += "\n" + std::string(line.priority == ANDROID_LOG_ERROR ? "E" : "I");
+        text += (line.tag == "Voxa" ? " " : "/" + line.tag + " ") + line.message;
+    }
+    for (const fake_pal::Call& call : calls) {
+        text += std::string("\n") + fake_pal::toString(call.function);
+        if (call.paramId != 0) text += " " + std::to_string(call.paramId);
+    }
+    for (const auto& [written, as] : {std::pair(testModel().toString(), "{model}"),
+                                      std::pair(englishConfig().toString(), "{config}")}) {
+        for (size_t at; (at = text.find(written)) != std::string::npos;) {
+            text.replace(at, written.size(), as);
+        }
+    }
+    return text;
 }
 
-TEST_F(VoxaTest, ReleaseRemovesTheSessionEvenWhenCloseFails) {
+// Every operation, as it succeeds and as each of its steps fails: the status the client gets,
+// every line the service logs and the PAL calls it makes. Handle 0 is the session's.
+TEST_F(VoxaTest, EachOperationLogsAndCallsThePal) {
+    enum Before { kNothing, kOpen, kListening };
+    struct Case {
+        const char* name;
+        Before before;
+        std::vector<std::pair<Function, int32_t>> palResults;
+        std::function<ndk::ScopedAStatus(IVoxa&)> call;
+        int32_t error;
+        const char* transcript;
+    };
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    int32_t handle = openSession(client);
-    pal().queueResults(Function::StreamClose, {-5});
-    mLog.clear();
-    EXPECT_EQ(-4, serviceError(mVoxa->releaseSession(handle)));
-    std::vector<voxa_test::LogLine> lines = mLog.lines();
-    EXPECT_EQ(Error("releaseSession: Failed to unload model with handle 0, status -5"),
-              lines[lines.size() - 3]);
-    EXPECT_EQ(Info("releaseSession: Exit handle 0, status -5"), lines[lines.size() - 2]);
-    EXPECT_EQ(Info("~VoxaSession: Enter, handle 0"), lines.back());
-    EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(handle)));
+    auto init = [](const std::shared_ptr<IVoxaCallback>& callback) {
+        return [callback](IVoxa& voxa) {
+            int32_t handle;
+            return voxa.initSession(testModel(), callback, &handle);
+        };
+    };
+    auto start = [](const std::string& language) {
+        return [language](IVoxa& voxa) {
+            VoxaConfig config = englishConfig();
+            config.input_lang_code = language;
+            return voxa.startListening(0, config);
+        };
+    };
+    auto set = [](ParameterType type, size_t size) {
+        return [type, size](IVoxa& voxa) {
+            VoxaParameter parameter;
+            parameter.param = type;
+            parameter.data.assign(size, 7);
+            return voxa.setParameter(0, parameter);
+        };
+    };
+    auto stop = [](IVoxa& voxa) { return voxa.stopListening(0); };
+    auto release = [](IVoxa& voxa) { return voxa.releaseSession(0); };
+    const Case cases[] = {
+            {"init", kNothing, {}, init(client), 0, R"(
+I initSession: Enter
+I VoxaSession: Enter, handle 0
+I loadModel: Enter handle 0, model {model}
+I loadModel: Exit, handle 0, status = 0
+I initSession: Exit handle 0, status 0
+pal_stream_open
+pal_stream_set_param 77)"},
+            {"init, no stream", kNothing, {{Function::StreamOpen, -12}}, init(client), -4, R"(
+I initSession: Enter
+I VoxaSession: Enter, handle 0
+I loadModel: Enter handle 0, model {model}
+E openPalStream: failed to open pal stream, status -12
+E initSession: Failed to load model with handle 0, status -12
+I ~VoxaSession: Enter, handle 0
+pal_stream_open)"},
+            // A refused model closes its stream again, quietly.
+            {"init, model refused",
+             kNothing,
+             {{Function::StreamSetParam, -16}},
+             init(client),
+             -2,
+             R"(
+I initSession: Enter
+I VoxaSession: Enter, handle 0
+I loadModel: Enter handle 0, model {model}
+E loadModel: failed to set asr model, status = -16
+E initSession: Failed to load model with handle 0, status -16
+I ~VoxaSession: Enter, handle 0
+pal_stream_open
+pal_stream_set_param 77
+pal_stream_close)"},
+            {"init, null callback", kNothing, {}, init(nullptr), -1, R"(
+I initSession: Enter
+E initSession: null callback for handle 0)"},
+            {"start", kOpen, {}, start("en-US"), 0, R"(
+I startListening: Enter handle 0
+I start: Enter, handle 0, config {config}
+I start: Exit, handle 0, status = 0
+I startListening: Exit handle 0, status 0
+pal_stream_set_param 78
+pal_stream_start)"},
+            {"start, bad language", kListening, {}, start("en_US"), -1, R"(
+I startListening: Enter handle 0
+I start: Enter, handle 0, config VoxaConfig{input_language_code: EN_US, output_language_code: EN_US, enable_language_detection: false, enable_translation: false, enable_continuous_mode: false, enable_partial_transcription: false, threshold: 0, timeout_duration: 0, silence_detection_duration: 0, outputBufferMode: false, data: [], input_lang_code: en_US, output_lang_code: en-US, mode: PARTIAL_CONTINUOUS, enable_text_timestamp: false, enable_speaker_diarization: false}
+E convertConfig: Recieved invalid input lnaguage code en_US
+E start: Failed to parse config, status = -22
+E startListening: Failed to start with handle 0, status -22)"},
+            {"start, configuration refused",
+             kOpen,
+             {{Function::StreamSetParam, -5}},
+             start("en-US"),
+             -4,
+             R"(
+I startListening: Enter handle 0
+I start: Enter, handle 0, config {config}
+E start: failed to set asr config, status = -5
+E startListening: Failed to start with handle 0, status -5
+pal_stream_set_param 78)"},
+            {"start refused", kOpen, {{Function::StreamStart, -16}}, start("en-US"), -2, R"(
+I startListening: Enter handle 0
+I start: Enter, handle 0, config {config}
+E start: failed to start pal stream, status = -16
+E startListening: Failed to start with handle 0, status -16
+pal_stream_set_param 78
+pal_stream_start)"},
+            // Stop reaches the PAL whether or not the session listens.
+            {"stop, idle", kOpen, {}, stop, 0, R"(
+I stopListening: Enter handle 0
+I stop: Enter, handle 0
+I stopL: Enter, handle 0
+I stopL: Exit, handle 0, status = 0
+I stop: Exit, handle 0, status = 0
+I stopListening: Exit handle 0, status 0
+pal_stream_stop)"},
+            {"stop refused", kListening, {{Function::StreamStop, -38}}, stop, -3, R"(
+I stopListening: Enter handle 0
+I stop: Enter, handle 0
+I stopL: Enter, handle 0
+E stopL: error, failed to stop pal stream, status = -38
+I stopL: Exit, handle 0, status = -38
+I stop: Exit, handle 0, status = -38
+E stopListening: Failed to stop recognition model with handle 0, status -38
+I stopListening: Exit handle 0, status -38
+pal_stream_stop)"},
+            {"force output", kListening, {}, set(ParameterType::FORCE_OUTPUT_EVENT, 2), 0, R"(
+I setParameter: Enter handle 0
+I setParameter: Enter, handle 0, parameters VoxaParameter{param: FORCE_OUTPUT_EVENT, data: [7, 7]}
+I setParameter: Exit, handle 0, status = 0
+I setParameter: Exit handle 0, status 0
+pal_stream_set_param 80)"},
+            {"extras refused",
+             kOpen,
+             {{Function::StreamSetParam, -19}},
+             set(ParameterType::CUSTOM_EXTRAS, 0),
+             -4,
+             R"(
+I setParameter: Enter handle 0
+I setParameter: Enter, handle 0, parameters VoxaParameter{param: CUSTOM_EXTRAS, data: []}
+E setParameter: failed to set asr param, status = -19
+I setParameter: Exit, handle 0, status = -19
+E setParameter: Failed to set param with handle 0, status -19
+I setParameter: Exit handle 0, status -19
+pal_stream_set_param 79)"},
+            {"invalid parameter", kOpen, {}, set(ParameterType::INVALID, 0), -1, R"(
+I setParameter: Enter handle 0
+I setParameter: Enter, handle 0, parameters VoxaParameter{param: INVALID, data: []}
+E setParameter: Invalid param -1
+E setParameter: Failed to set param with handle 0, status -22
+I setParameter: Exit handle 0, status -22)"},
+            {"unknown parameter", kOpen, {}, set(static_cast<ParameterType>(9), 0), -1, R"(
+I setParameter: Enter handle 0
+I setParameter: Enter, handle 0, parameters VoxaParameter{param: 9, data: []}
+E setParameter: Invalid param 9
+E setParameter: Failed to set param with handle 0, status -22
+I setParameter: Exit handle 0, status -22)"},
+            // Data that cannot be sent is shown by its size alone.
+            {"parameter too long", kOpen, {}, set(ParameterType::FORCE_OUTPUT_EVENT, 21), -1, R"(
+I setParameter: Enter handle 0
+I setParameter: Enter, handle 0, parameters VoxaParameter{param: FORCE_OUTPUT_EVENT, data: [21 bytes]}
+E setParameter: Invalid param data size 21, at most 20 bytes
+E setParameter: Failed to set param with handle 0, status -22
+I setParameter: Exit handle 0, status -22)"},
+            {"release, idle", kOpen, {}, release, 0, R"(
+I releaseSession: Enter handle 0
+I close: Enter, handle 0
+I close: Exit, handle 0, status = 0
+I releaseSession: Exit handle 0, status 0
+I ~VoxaSession: Enter, handle 0
+pal_stream_close)"},
+            // The session goes even when its stream fails to stop and to close.
+            {"release refused",
+             kListening,
+             {{Function::StreamStop, -32}, {Function::StreamClose, -5}},
+             release,
+             -4,
+             R"(
+I releaseSession: Enter handle 0
+I close: Enter, handle 0
+I stopL: Enter, handle 0
+E stopL: error, failed to stop pal stream, status = -32
+I stopL: Exit, handle 0, status = -32
+E close: failed to stop pal stream, status = -32
+E close: failed to close pal stream, status = -5
+I close: Exit, handle 0, status = -5
+E releaseSession: Failed to unload model with handle 0, status -5
+I releaseSession: Exit handle 0, status -5
+I ~VoxaSession: Enter, handle 0
+pal_stream_stop
+pal_stream_close)"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        binder_host::clearServices();
+        pal().reset();
+        ASSERT_EQ(0, registerService());
+        mVoxa = IVoxa::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+        if (c.before != kNothing) openSession(client);
+        if (c.before == kListening) {
+            ASSERT_TRUE(mVoxa->startListening(0, englishConfig()).isOk());
+        }
+        pal().clearCalls();
+        for (const auto& [function, result] : c.palResults) pal().queueResults(function, {result});
+        mLog.clear();
+
+        EXPECT_EQ(c.error, serviceError(c.call(*mVoxa)));
+        EXPECT_EQ(c.transcript, transcript(mLog.lines(), pal().calls()));
+        // A release drops the session even when its stream fails; no other operation does.
+        const bool released = std::string(c.name).rfind("release", 0) == 0;
+        const bool opened = c.before != kNothing || c.error == 0;
+        EXPECT_EQ(opened && !released, mVoxa->releaseSession(0).isOk());
+    }
 }
 
 TEST_F(VoxaTest, SupportedLanguagesAreAppendedForAnyHandle) {
@@ -318,19 +500,6 @@ TEST_F(VoxaTest, WithoutAGlobalCallbackReleaseAndResourcesStillWork) {
     Voxa::onResourcesAvailable(0);
     EXPECT_THAT(mLog.lines(), ElementsAre(Info("onResourcesAvailable: Exit"),
                                           Info("onResourcesAvailable: Exit")));
-}
-
-TEST_F(VoxaTest, NullCallbacksAreRefused) {
-    int32_t handle = -100;
-    EXPECT_EQ(-1, serviceError(mVoxa->initSession(testModel(), nullptr, &handle)));
-    EXPECT_EQ(0, handle);
-    EXPECT_THAT(mLog.lines(), ElementsAre(Info("initSession: Enter"),
-                                          Error("initSession: null callback for handle 0")));
-    mLog.clear();
-    EXPECT_EQ(-1, serviceError(mVoxa->registerGlobalCallback(nullptr)));
-    EXPECT_THAT(mLog.lines(), ElementsAre(Error("registerGlobalCallback: null callback"),
-                                          Info("registerGlobalCallback: Exit, status -22")));
-    EXPECT_THAT(pal().calls(), IsEmpty());
 }
 
 TEST_F(VoxaTest, ClientFlowFromRegistrationToDeath) {

@@ -44,6 +44,17 @@ LogLine Error(const std::string& message) {
     return {ANDROID_LOG_ERROR, "Voxa", message};
 }
 
+std::vector<LogLine> Lines(std::initializer_list<std::string> lines) {
+    std::vector<LogLine> parsed;
+    for (const std::string& line : lines) {
+        const int priority = line[0] == 'E'   ? ANDROID_LOG_ERROR
+                             : line[0] == 'W' ? ANDROID_LOG_WARN
+                                              : ANDROID_LOG_INFO;
+        parsed.push_back({priority, "Voxa", line.substr(2)});
+    }
+    return parsed;
+}
+
 LogCapture::LogCapture() {
     LogCapture* expected = nullptr;
     if (!gActive.compare_exchange_strong(expected, this)) {
