@@ -93,34 +93,4 @@ TEST_F(ServiceManagerTest, DeclaredInstancesAreThoseRegisteredUnderTheDescriptor
     EXPECT_FALSE(AServiceManager_isDeclared("test.IObject/a"));
 }
 
-// Each injected failure hits the next call only, which then changes nothing; clearServices
-// forgets the failures still pending.
-TEST_F(ServiceManagerTest, InjectedFailuresHitOneCallUntilCleared) {
-    SpAIBinder binder = newBinder(&mFirst);
-    EXPECT_EQ(AServiceManager_addService(nullptr, "test.IObject/a"), STATUS_UNEXPECTED_NULL);
-    binder_host::failNextAddService(STATUS_PERMISSION_DENIED);
-    EXPECT_EQ(AServiceManager_addService(binder.get(), "test.IObject/a"), STATUS_PERMISSION_DENIED);
-    EXPECT_EQ(AServiceManager_checkService("test.IObject/a"), nullptr);
-    EXPECT_EQ(AServiceManager_addService(binder.get(), "test.IObject/a"), STATUS_OK);
-
-    auto onDied = [](void*) {};
-    binder_host::failNextDeathRecipientNew();
-    EXPECT_EQ(AIBinder_DeathRecipient_new(onDied), nullptr);
-    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(onDied));
-    ASSERT_NE(recipient.get(), nullptr);
-    binder_host::failNextLinkToDeath(STATUS_NO_MEMORY);
-    EXPECT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), nullptr), STATUS_NO_MEMORY);
-    EXPECT_EQ(binder_host::deathLinkCount(binder.get()), 0u);
-    EXPECT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), nullptr), STATUS_OK);
-
-    binder_host::failNextAddService(STATUS_PERMISSION_DENIED);
-    binder_host::failNextDeathRecipientNew();
-    binder_host::failNextLinkToDeath(STATUS_NO_MEMORY);
-    binder_host::clearServices();
-    EXPECT_EQ(AServiceManager_addService(binder.get(), "test.IObject/a"), STATUS_OK);
-    ndk::ScopedAIBinder_DeathRecipient another(AIBinder_DeathRecipient_new(onDied));
-    EXPECT_NE(another.get(), nullptr);
-    EXPECT_EQ(AIBinder_linkToDeath(binder.get(), another.get(), nullptr), STATUS_OK);
-}
-
 }  // namespace

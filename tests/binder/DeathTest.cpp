@@ -115,31 +115,6 @@ TEST_F(DeathTest, LinksHoldTheBinderUntilUnlinkedDeletedOrNotified) {
     EXPECT_THAT(noticedCookies(), ElementsAre(&mCookies[0]));
 }
 
-TEST_F(DeathTest, ConcurrentReferencesDestroyOnce) {
-    SpAIBinder binder = newBinder();
-    ndk::ScopedAIBinder_Weak weak(AIBinder_Weak_new(binder.get()));
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&, t] {
-            std::string name = "test.IObject/" + std::to_string(t % 2);
-            for (int i = 0; i < 500; ++i) {
-                SpAIBinder copy = binder;
-                SpAIBinder moved = std::move(copy);
-                EXPECT_EQ(copy.get(), nullptr);
-                EXPECT_EQ(weak.promote(), moved);
-                EXPECT_EQ(AServiceManager_addService(moved.get(), name.c_str()), STATUS_OK);
-                EXPECT_EQ(SpAIBinder(AServiceManager_checkService(name.c_str())), moved);
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    binder.set(nullptr);
-    EXPECT_EQ(mObject.destroyed, 0);  // still registered
-    binder_host::clearServices();
-    EXPECT_EQ(mObject.destroyed, 1);
-    EXPECT_EQ(weak.promote().get(), nullptr);
-}
-
 // Each link made concurrently with the death is either notified once or refused.
 TEST_F(DeathTest, LinksRacingDeathAreNotifiedOrRefused) {
     SpAIBinder binder = newBinder();

@@ -142,23 +142,6 @@ TEST(ConvertConfigTest, BothCodesBadLogsOnlyTheInput) {
                 ElementsAre(Error("convertConfig: Recieved invalid input lnaguage code xx-XX")));
 }
 
-TEST(LanguageTablesTest, ListAndCodeTableStayInStep) {
-    ASSERT_EQ(100u, supportedLanguages.size());
-    ASSERT_EQ(100u, languageCodeMap.size());
-    EXPECT_EQ("english : en-US", supportedLanguages.front());
-    EXPECT_EQ("cantonese : yue-CH", supportedLanguages.back());
-    for (size_t i = 0; i < supportedLanguages.size(); ++i) {
-        const std::string& row = supportedLanguages[i];
-        SCOPED_TRACE(row);
-        EXPECT_LE(row.size(), 21u);
-        size_t separator = row.find(" : ");
-        ASSERT_NE(std::string::npos, separator);
-        auto entry = languageCodeMap.find(row.substr(separator + 3));
-        ASSERT_NE(languageCodeMap.end(), entry);
-        EXPECT_EQ(static_cast<int>(i), entry->second);
-    }
-}
-
 TEST(LanguageTablesTest, IrregularCodesKeepTheirIds) {
     const std::pair<const char*, int> codes[] = {
             {"en-US", 0},   {"cmn-Hans-CN", 1}, {"de-DE", 2},   {"iw-IL", 20},

@@ -61,16 +61,8 @@ TEST_F(VoxaTest, HandlesCountUpFromZeroAndAreNeverReused) {
 
     pal().queueResults(Function::StreamSetParam, {-16});
     int32_t failed = -100;
-    ndk::ScopedAStatus status = mVoxa->initSession(testModel(), client, &failed);
-    EXPECT_EQ(-2, serviceError(status));
-    EXPECT_STREQ("RESOURCE_CONTENTION", status.getMessage());
+    EXPECT_EQ(-2, serviceError(mVoxa->initSession(testModel(), client, &failed)));
     EXPECT_EQ(1, failed);
-    // The failed session is dropped after the failure is logged.
-    std::vector<voxa_test::LogLine> lines = mLog.lines();
-    EXPECT_EQ(Error("initSession: Failed to load model with handle 1, status -16"),
-              lines[lines.size() - 2]);
-    EXPECT_EQ(Info("~VoxaSession: Enter, handle 1"), lines.back());
-
     EXPECT_EQ(2, openSession(client));
     EXPECT_TRUE(mVoxa->releaseSession(2).isOk());
     EXPECT_EQ(3, openSession(client));
@@ -278,12 +270,6 @@ pal_stream_set_param 79)"},
 I setParameter: Enter handle 0
 I setParameter: Enter, handle 0, parameters VoxaParameter{param: INVALID, data: []}
 E setParameter: Invalid param -1
-E setParameter: Failed to set param with handle 0, status -22
-I setParameter: Exit handle 0, status -22)"},
-            {"unknown parameter", kOpen, {}, set(static_cast<ParameterType>(9), 0), -1, R"(
-I setParameter: Enter handle 0
-I setParameter: Enter, handle 0, parameters VoxaParameter{param: 9, data: []}
-E setParameter: Invalid param 9
 E setParameter: Failed to set param with handle 0, status -22
 I setParameter: Exit handle 0, status -22)"},
             // Data that cannot be sent is shown by its size alone.
@@ -502,46 +488,17 @@ TEST_F(VoxaTest, WithoutAGlobalCallbackReleaseAndResourcesStillWork) {
                                           Info("onResourcesAvailable: Exit")));
 }
 
-TEST_F(VoxaTest, ClientFlowFromRegistrationToDeath) {
+// The client dies with three sessions open: each is stopped, then closed, and handles go on.
+TEST_F(VoxaTest, ClientDeathClosesItsSessions) {
     auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
-    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
-    auto clientA = ndk::SharedRefBase::make<RecordingCallback>();
-    auto clientB = ndk::SharedRefBase::make<RecordingCallback>();
-    int32_t a = openSession(clientA);
-    pal_stream_handle* streamA = lastStream();
-    int32_t b = openSession(clientB);
-    pal_stream_handle* streamB = lastStream();
-    ASSERT_TRUE(mVoxa->startListening(a, englishConfig()).isOk());
-    ASSERT_TRUE(mVoxa->startListening(b, englishConfig()).isOk());
-
-    EXPECT_EQ(0, pal().raiseEvent(streamA, 0, asrPayload("to a")));
-    EXPECT_EQ(0, pal().raiseEvent(streamB, 1, timestampPayload("to-b")));
-    EXPECT_EQ(0, pal().raiseEvent(streamB, 2, sdzPayload(4)));
-    ASSERT_EQ(1u, clientA->deliveries().size());
-    EXPECT_EQ(a, clientA->deliveries()[0].handle);
-    EXPECT_EQ("to a", clientA->deliveries()[0].asr->events->at(0)->text);
-    ASSERT_EQ(2u, clientB->deliveries().size());
-    EXPECT_EQ(b, clientB->deliveries()[0].handle);
-    EXPECT_EQ("to-b", clientB->deliveries()[0].asr->timestamp_events->at(0)->text);
-    EXPECT_EQ(b, clientB->deliveries()[1].handle);
-    EXPECT_EQ(4, clientB->deliveries()[1].sdz->events.at(0).speakers.at(0).value);
-
-    VoxaParameter force;
-    force.param = ParameterType::FORCE_OUTPUT_EVENT;
-    EXPECT_TRUE(mVoxa->setParameter(a, force).isOk());
-    EXPECT_TRUE(mVoxa->stopListening(a).isOk());
-    EXPECT_TRUE(mVoxa->releaseSession(a).isOk());
-    EXPECT_TRUE(mVoxa->releaseSession(b).isOk());
-    EXPECT_THAT(pal().openStreams(), IsEmpty());
-
-    // The client dies with three sessions open: each is stopped, then closed.
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
     std::vector<pal_stream_handle*> streams;
     for (int i = 0; i < 3; ++i) {
-        openSession(clientA);
+        openSession(client);
         streams.push_back(lastStream());
     }
     ASSERT_TRUE(mVoxa->startListening(2, englishConfig()).isOk());
-    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());  // watched again
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());  // watches the client from now on
     pal().clearCalls();
     mLog.clear();
     binder_host::killProcessOf(global->asBinder().get());
@@ -556,8 +513,8 @@ TEST_F(VoxaTest, ClientFlowFromRegistrationToDeath) {
         closed.insert(calls[i].stream);
     }
     EXPECT_EQ(std::set<pal_stream_handle*>(streams.begin(), streams.end()), closed);
-    EXPECT_EQ(-1, serviceError(mVoxa->stopListening(3)));
-    EXPECT_EQ(5, openSession(clientA));  // numbering goes on
+    EXPECT_EQ(-1, serviceError(mVoxa->stopListening(1)));
+    EXPECT_EQ(3, openSession(client));  // numbering goes on
     EXPECT_THAT(mLog.lines(), ::testing::Contains(Info("clientDiedCallback: Client died " +
                                                        pointerText(serviceAddress()) + "k")));
 }
