@@ -1,6 +1,5 @@
 #include "support/LogCapture.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <iostream>
@@ -11,22 +10,10 @@ namespace {
 std::atomic<LogCapture*> gActive{nullptr};
 
 const char* priorityName(int priority) {
-    switch (priority) {
-        case ANDROID_LOG_VERBOSE:
-            return "VERBOSE";
-        case ANDROID_LOG_DEBUG:
-            return "DEBUG";
-        case ANDROID_LOG_INFO:
-            return "INFO";
-        case ANDROID_LOG_WARN:
-            return "WARN";
-        case ANDROID_LOG_ERROR:
-            return "ERROR";
-        case ANDROID_LOG_FATAL:
-            return "FATAL";
-        default:
-            return "?";
-    }
+    static const char* const kNames[] = {"VERBOSE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL"};
+    return priority >= ANDROID_LOG_VERBOSE && priority <= ANDROID_LOG_FATAL
+                   ? kNames[priority - ANDROID_LOG_VERBOSE]
+                   : "?";
 }
 }  // namespace
 
@@ -88,26 +75,9 @@ std::vector<LogLine> LogCapture::lines() const {
     return mLines;
 }
 
-std::vector<LogLine> LogCapture::linesTagged(const std::string& tag) const {
-    std::vector<LogLine> tagged;
-    for (const LogLine& line : lines()) {
-        if (line.tag == tag) tagged.push_back(line);
-    }
-    return tagged;
-}
-
 void LogCapture::clear() {
     std::lock_guard<std::mutex> guard(mLock);
     mLines.clear();
-}
-
-bool LogCapture::contains(const LogLine& line) const {
-    return count(line) > 0;
-}
-
-size_t LogCapture::count(const LogLine& line) const {
-    std::lock_guard<std::mutex> guard(mLock);
-    return std::count(mLines.begin(), mLines.end(), line);
 }
 
 }  // namespace voxa_test

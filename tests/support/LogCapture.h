@@ -43,12 +43,7 @@ class LogCapture {
     LogCapture& operator=(const LogCapture&) = delete;
 
     std::vector<LogLine> lines() const;
-    // Only the lines with the given tag ("Voxa" by default), in order.
-    std::vector<LogLine> linesTagged(const std::string& tag = "Voxa") const;
     void clear();
-
-    bool contains(const LogLine& line) const;
-    size_t count(const LogLine& line) const;
 
   private:
     static void logger(const __android_logger_data* data, const char* message);
