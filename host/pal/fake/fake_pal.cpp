@@ -42,28 +42,6 @@ struct EntryPoints {
     }
 };
 
-const char* toString(Function function) {
-    switch (function) {
-        case Function::StreamOpen:
-            return "pal_stream_open";
-        case Function::StreamSetParam:
-            return "pal_stream_set_param";
-        case Function::StreamStart:
-            return "pal_stream_start";
-        case Function::StreamStop:
-            return "pal_stream_stop";
-        case Function::StreamClose:
-            return "pal_stream_close";
-        case Function::SetParam:
-            return "pal_set_param";
-    }
-    return "?";
-}
-
-void PrintTo(Function function, std::ostream* os) {
-    *os << toString(function);
-}
-
 FakePal& FakePal::instance() {
     static FakePal fake;
     return fake;

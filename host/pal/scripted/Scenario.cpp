@@ -447,24 +447,6 @@ std::string readLine(const std::string& line, Step* step) {
 
 }  // namespace
 
-const char* toString(Function function) {
-    switch (function) {
-        case Function::StreamOpen:
-            return "pal_stream_open";
-        case Function::StreamSetParam:
-            return "pal_stream_set_param";
-        case Function::StreamStart:
-            return "pal_stream_start";
-        case Function::StreamStop:
-            return "pal_stream_stop";
-        case Function::StreamClose:
-            return "pal_stream_close";
-        case Function::SetParam:
-            return "pal_set_param";
-    }
-    return "?";
-}
-
 std::string readScenario(const std::string& text, const std::string& name, Scenario* scenario) {
     Scenario read;
     read.name = name;

@@ -4,6 +4,8 @@
 #ifndef PAL_SCRIPTED_SCENARIO_H
 #define PAL_SCRIPTED_SCENARIO_H
 
+#include <pal/pal_functions.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -12,11 +14,9 @@
 
 namespace pal_scripted {
 
-enum class Function { StreamOpen, StreamSetParam, StreamStart, StreamStop, StreamClose, SetParam };
-constexpr size_t kFunctionCount = 6;
-
-// "pal_stream_open", ...
-const char* toString(Function function);
+using Function = pal_host::PalFunction;
+using pal_host::toString;
+constexpr size_t kFunctionCount = pal_host::kPalFunctionCount;
 
 // A reply or await that concerns every parameter id of its function.
 constexpr uint32_t kAnyParam = UINT32_MAX;

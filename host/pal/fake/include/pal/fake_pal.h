@@ -14,6 +14,7 @@
 #define PAL_FAKE_PAL_H
 
 #include <pal/pal_api.h>
+#include <pal/pal_functions.h>
 
 #include <array>
 #include <condition_variable>
@@ -29,11 +30,8 @@
 
 namespace fake_pal {
 
-enum class Function { StreamOpen, StreamSetParam, StreamStart, StreamStop, StreamClose, SetParam };
-
-// "pal_stream_open", ...: the name of the PAL function.
-const char* toString(Function function);
-void PrintTo(Function function, std::ostream* os);
+using Function = pal_host::PalFunction;
+using pal_host::toString;
 
 // One call of a PAL function: copies of everything it was given. Fields that the function does
 // not take stay empty, zero or null.
@@ -138,7 +136,7 @@ class FakePal {
         unsigned long cookie;
         bool open;
     };
-    static constexpr size_t kFunctionCount = 6;
+    static constexpr size_t kFunctionCount = pal_host::kPalFunctionCount;
     struct Script {
         int32_t result = 0;
         std::deque<int32_t> queued;
