@@ -197,6 +197,14 @@ pal_stream_close)"},
             {"init, null callback", kNothing, {}, init(nullptr), -1, R"(
 I initSession: Enter
 E initSession: null callback for handle 0)"},
+            {"global, null callback",
+             kNothing,
+             {},
+             [](IVoxa& voxa) { return voxa.registerGlobalCallback(nullptr); },
+             -1,
+             R"(
+E registerGlobalCallback: null callback
+I registerGlobalCallback: Exit, status -22)"},
             {"start", kOpen, {}, start("en-US"), 0, R"(
 I startListening: Enter handle 0
 I start: Enter, handle 0, config {config}
