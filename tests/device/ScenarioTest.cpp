@@ -143,12 +143,7 @@ std::vector<std::filesystem::path> scenarios() {
     return found;
 }
 
-INSTANTIATE_TEST_SUITE_P(Scenarios, ScenarioTest, testing::ValuesIn(scenarios()),
-                         [](const auto& info) {
-                             std::string name = info.param.stem().string();
-                             std::replace(name.begin(), name.end(), '-', '_');
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Scenarios, ScenarioTest, testing::ValuesIn(scenarios()));
 
 TEST(ScenarioReaderTest, BadScenariosAreRefusedWithTheirLine) {
     const std::string longText(1028, 'a');
