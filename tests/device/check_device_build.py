@@ -1,13 +1,10 @@
 #!/usr/bin/env python3
 """Checks what a device build reads besides the sources, and what the built library exports.
 
-  build-files REPO_DIR   every Android.bp parses and is formatted as bpfmt formats it; every VINTF
-                         fragment that one names is well-formed XML declaring one AIDL HAL whose
-                         version is the one of the -V<N>-ndk library the module links, and the
-                         latest frozen version of the interface package
+  build-files REPO_DIR   every Android.bp parses and is as bpfmt formats it; every VINTF fragment
+                         that one names is well-formed XML declaring one AIDL HAL, whose version is
+                         that of the -V<N>-ndk library the module links and the latest frozen one
   exports LIBRARY        the shared library's dynamic symbol table defines registerService alone
-
-Usage: check_device_build.py build-files REPO_DIR | exports LIBRARY
 """
 
 import os
@@ -15,48 +12,39 @@ import re
 import subprocess
 import sys
 
-SKIPPED_DIRS = {".git", "build"}
-
 
 def run(*command):
     result = subprocess.run(command, capture_output=True, text=True)
     return result.returncode, result.stdout + result.stderr
 
 
-def blueprints(repo):
-    for root, dirs, files in os.walk(repo):
-        dirs[:] = sorted(d for d in dirs if d not in SKIPPED_DIRS)
-        if "Android.bp" in files:
-            yield os.path.join(root, "Android.bp")
-
-
-def xpath(path, expression):
-    code, out = run("xmllint", "--xpath", expression, path)
-    return out.strip() if code == 0 else None
-
-
 def fragment_problems(path, expected_version):
     code, out = run("xmllint", "--noout", path)
     if code != 0:
         return [f"{path} is not well-formed XML:\n{out}"]
-    found = []
-    if xpath(path, "count(/manifest[@type='device']/hal)") != "1":
-        found.append(f"{path}: expected one <hal> in a <manifest type=\"device\">")
-    if xpath(path, "string(/manifest/hal/@format)") != "aidl":
-        found.append(f"{path}: the <hal> is not format=\"aidl\"")
-    name = xpath(path, "string(/manifest/hal/name)")
-    fqname = xpath(path, "string(/manifest/hal/fqname)")
-    version = xpath(path, "string(/manifest/hal/version)")
-    if not name or not re.fullmatch(r"I[A-Za-z0-9]+/[a-z0-9_]+", fqname or ""):
+
+    def xpath(expression):
+        code, out = run("xmllint", "--xpath", expression, path)
+        return out.strip() if code == 0 else None
+
+    expected = [("count(/manifest[@type='device']/hal)", "1", "one <hal> in a device manifest"),
+                ("string(/manifest/hal/@format)", "aidl", "format=\"aidl\""),
+                ("string(/manifest/hal/version)", expected_version, "the linked version")]
+    found = [f"{path}: expected {what} ({value}), found {xpath(query)!r}"
+             for query, value, what in expected if xpath(query) != value]
+    if not xpath("string(/manifest/hal/name)") or not re.fullmatch(
+            r"I[A-Za-z0-9]+/[a-z0-9_]+", xpath("string(/manifest/hal/fqname)") or ""):
         found.append(f"{path}: <name> and <fqname> must give package and Interface/instance")
-    if version != expected_version:
-        found.append(f"{path}: <version> is {version!r}, the service links V{expected_version}")
     return found
 
 
 def build_file_problems(repo):
     found, texts = [], {}
-    for path in blueprints(repo):
+    for root, dirs, files in os.walk(repo):
+        dirs[:] = sorted(d for d in dirs if d not in {".git", "build"})
+        if "Android.bp" not in files:
+            continue
+        path = os.path.join(root, "Android.bp")
         code, out = run("bpfmt", "-d", path)
         if code != 0 or out:
             found.append(f"{path} does not parse or is not formatted as bpfmt formats it:\n{out}")

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <fstream>
 #include <map>
+#include <numeric>
 #include <sstream>
 
 namespace voxa_test {
@@ -138,6 +139,17 @@ bool recogniseDirectly(const std::string& modelImage, const std::string& path, b
     ps_start_utt(decoder);
     bool inUtterance = false;
     std::vector<int16_t> audio;
+    auto endUtterance = [&] {
+        if (wholeUtterance) {
+            decodeWhole(decoder, frontEnd, audio, words);
+        } else {
+            ps_end_utt(decoder);
+            appendHypothesis(decoder, words);
+            ps_start_utt(decoder);
+        }
+        audio.clear();
+        inUtterance = false;
+    };
     for (size_t at = 0; at < samples.size(); at += kBlock) {
         const size_t count = std::min(kBlock, samples.size() - at);
         ps_process_raw(decoder, samples.data() + at, count, FALSE, FALSE);
@@ -148,24 +160,10 @@ bool recogniseDirectly(const std::string& modelImage, const std::string& path, b
             audio.erase(audio.begin(), audio.end() - kLead);
         }
         if (inUtterance && (!speech || framesAfterLastWord(decoder) >= kSilenceFrames)) {
-            if (wholeUtterance) {
-                decodeWhole(decoder, frontEnd, audio, words);
-            } else {
-                ps_end_utt(decoder);
-                appendHypothesis(decoder, words);
-                ps_start_utt(decoder);
-            }
-            audio.clear();
-            inUtterance = false;
+            endUtterance();
         }
     }
-    if (inUtterance && wholeUtterance) {
-        decodeWhole(decoder, frontEnd, audio, words);
-    } else if (inUtterance) {
-        ps_end_utt(decoder);
-        appendHypothesis(decoder, words);
-        ps_start_utt(decoder);
-    }
+    if (inUtterance) endUtterance();
     ps_end_utt(decoder);
     fe_free(frontEnd);
     ps_free(decoder);
@@ -176,20 +174,18 @@ bool recogniseDirectly(const std::string& modelImage, const std::string& path, b
 double wordErrorRate(const std::vector<std::string>& reference,
                      const std::vector<std::string>& hypothesis) {
     // Levenshtein distance over words, one row at a time.
-    std::vector<size_t> previous(hypothesis.size() + 1);
-    std::vector<size_t> current(hypothesis.size() + 1);
-    for (size_t j = 0; j <= hypothesis.size(); ++j) previous[j] = j;
+    std::vector<size_t> previous(hypothesis.size() + 1), current(hypothesis.size() + 1);
+    std::iota(previous.begin(), previous.end(), 0);
     for (size_t i = 1; i <= reference.size(); ++i) {
         current[0] = i;
         for (size_t j = 1; j <= hypothesis.size(); ++j) {
-            size_t substitution = previous[j - 1] + (reference[i - 1] == hypothesis[j - 1] ? 0 : 1);
-            current[j] = std::min({substitution, previous[j] + 1, current[j - 1] + 1});
+            current[j] =
+                    std::min({previous[j - 1] + (reference[i - 1] == hypothesis[j - 1] ? 0 : 1),
+                              previous[j] + 1, current[j - 1] + 1});
         }
         std::swap(previous, current);
     }
-    return reference.empty() ? 0.0
-                             : static_cast<double>(previous[hypothesis.size()]) /
-                                       static_cast<double>(reference.size());
+    return reference.empty() ? 0.0 : static_cast<double>(previous.back()) / reference.size();
 }
 
 }  // namespace voxa_test
