@@ -1,9 +1,10 @@
 // Sequences of IVoxa operations chosen by the fuzz bytes: their arguments (known and unknown
-// handles, configurations, parameter data of any size), the results the fake PAL returns, the
-// events it raises, resources notifications, client deaths, and client callbacks that call back
-// into the service. After every step the streams the fake holds open are exactly those of the
-// sessions the client still holds, and no event ever reaches a session after its stop or release
-// returned (or before it started); after the service is gone no stream is open.
+// handles, models and configurations with any text and values, parameter data of any size), the
+// results the fake PAL returns, the events it raises, resources notifications, client deaths, and
+// client callbacks that call back into the service. After every step the streams the fake holds
+// open are exactly those of the sessions the client still holds, and no event ever reaches a
+// session after its stop or release returned (or before it started); after the service is gone
+// no stream is open.
 #include <aidl/vendor/orbo/hardware/voxa/BnVoxaCallback.h>
 #include <aidl/vendor/orbo/hardware/voxa/BnVoxaGlobalCallback.h>
 #include <aidl/vendor/orbo/hardware/voxa/IVoxa.h>
@@ -18,6 +19,7 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <string>
 
 #include "Service.h"
 
@@ -162,6 +164,7 @@ class Run {
 
     void initSession() {
         VoxaModel model;
+        // A well-formed identifier, or any text for the lenient UUID parser.
         model.vendorUuid = mInput.ConsumeBool() ? "12345678-9abc-def0-1234-56789abcdef0"
                                                 : mInput.ConsumeRandomLengthString(40);
         model.dataSize = mInput.ConsumeIntegral<int32_t>();
@@ -174,10 +177,12 @@ class Run {
 
     void start(int32_t handle) {
         VoxaConfig config;
-        const char* codes[] = {"en-US", "fr-FR", "xx-XX", ""};
-        config.input_lang_code = codes[mInput.ConsumeIntegralInRange<int>(0, 3)];
-        config.output_lang_code = codes[mInput.ConsumeIntegralInRange<int>(0, 3)];
+        config.input_lang_code = languageCode();
+        config.output_lang_code = languageCode();
         config.mode = static_cast<TranscriptionMode>(mInput.ConsumeIntegralInRange<int>(-1, 4));
+        config.enable_translation = mInput.ConsumeBool();
+        config.threshold = mInput.ConsumeIntegral<int32_t>();
+        config.silence_detection_duration = mInput.ConsumeIntegral<int32_t>();
         config.data = mInput.ConsumeBytes<uint8_t>(mInput.ConsumeIntegralInRange<size_t>(0, 64));
         bool wasQuiet;
         {
@@ -188,6 +193,13 @@ class Run {
             std::lock_guard<std::mutex> guard(mModel.lock);
             mModel.quiet.insert(handle);
         }
+    }
+
+    // A known code, one that is not, or any text.
+    std::string languageCode() {
+        const char* codes[] = {"en-US", "yue-CH", "en-us", ""};
+        const int pick = mInput.ConsumeIntegralInRange<int>(0, 4);
+        return pick < 4 ? codes[pick] : mInput.ConsumeRandomLengthString(24);
     }
 
     void setParameter(int32_t handle) {
