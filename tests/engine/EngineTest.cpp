@@ -148,14 +148,9 @@ TEST_F(EngineApiTest, ConfigurationRefusesLanguagesAndTranslationsTheEngineLacks
             {-22, [](auto& c) { c.silence_detection_duration = 60001; }},
             {-22, [](auto& c) { c.data_size = 1; }},
             {-22, [](auto& c) { c.payload_size = 35; }},
-            {0,
-             [](auto& c) {
-                 c.enable_language_detection = 1;
-                 c.partial = 1;
-                 c.threshold = 100;
-                 c.timeout_duration = 5000;
-                 c.silence_detection_duration = 60000;
-             }},
+            {0, [](auto& c) { c.enable_language_detection = 1; }},
+            {0, [](auto& c) { c.threshold = 100; }},
+            {0, [](auto& c) { c.silence_detection_duration = 60000; }},
     };
     for (size_t i = 0; i < std::size(cases); ++i) {
         pal_asr_config config = englishConfig();
@@ -184,7 +179,7 @@ class EngineStopTest : public EngineTest {
     }
 };
 
-TEST_F(EngineStopTest, NoEventBeginsAfterStopEvenWhileOneIsBeingDeliveredAndStartResumes) {
+TEST_F(EngineStopTest, NoEventBeginsAfterStopEvenWhileOneIsBeingDelivered) {
     std::promise<void> entered;
     std::promise<void> release;
     std::shared_future<void> released = release.get_future().share();
@@ -208,14 +203,6 @@ TEST_F(EngineStopTest, NoEventBeginsAfterStopEvenWhileOneIsBeingDeliveredAndStar
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_EQ(1u, events().size());
 
-    // The next start takes over from the stopped capture thread and hears the source anew.
-    ASSERT_EQ(0, pal_engine::setFileSource({kShortRecording}, pal_engine::Pace::Fast));
-    ASSERT_EQ(0, pal_stream_start(mStream));
-    ASSERT_EQ(0, pal_engine::waitUntilDone(std::chrono::seconds(60)));
-    std::vector<Received> received = events();
-    ASSERT_GT(received.size(), 1u);
-    EXPECT_TRUE(received.back().final());
-    EXPECT_THAT(received.back().text(), StartsWith("he was not"));
     // Close joins the capture thread before the promises go.
     EXPECT_EQ(0, pal_stream_close(mStream));
     mStream = nullptr;
@@ -239,8 +226,9 @@ TEST_F(EngineStopTest, ForceOutputStopAndCloseFromTheStreamsOwnCallback) {
     EXPECT_THAT(received[1].json(), StartsWith("{\"final\":true,\"reason\":\"forced\""));
     EXPECT_LT(received[1].text().size(), std::string("and mister john dashwood had then").size());
 
-    // A close from the callback returns at once; once the callback has returned, the engine is
-    // free and says so, from its own thread.
+    // A start after a stop from the callback takes over its capture thread. A close from the
+    // callback returns at once; once the callback has returned, the engine is free and says so,
+    // from its own thread.
     static std::promise<std::thread::id> freed;
     pal_resources_available_param registration = {
             [](unsigned long) { freed.set_value(std::this_thread::get_id()); }, 0};
