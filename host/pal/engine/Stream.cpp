@@ -146,6 +146,7 @@ int32_t Stream::start(const Source& source) {
         return -EINVAL;  // another start, or a close, came first
     }
     if (mRecogniser->setSilence(mSettings.silenceMs) != 0) {
+        mRecogniser.reset();  // its decoder is in no known state: neither used nor kept
         return -EINVAL;
     }
     std::unique_ptr<FrontEnd> frontEnd;
