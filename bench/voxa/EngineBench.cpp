@@ -167,7 +167,7 @@ void BM_WordErrorRate(benchmark::State& state) {
         double cpu = 0;
         double audio = 0;
         for (const char* name : kNames) {
-            Session session;  // a model loaded for each recording, as voxa transcribe does
+            Session session;  // a stream for each recording, as voxa transcribe opens them
             const std::string path = kRecordings + name + ".wav";
             const double before = cpuSeconds();
             if (!session.run(config, {path}, pal_engine::Pace::Fast)) {

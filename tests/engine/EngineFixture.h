@@ -28,8 +28,6 @@ const std::string kShortRecording = kLibriVox + "0880.wav";
 const std::string kSecondRecording = kLibriVox + "0930.wav";
 // "and mister john dashwood had then leisure to consider how much ...", 7.1 s.
 const std::string kLongRecording = kLibriVox + "0870.wav";
-constexpr size_t kPlainSize = 8 + 5140;
-constexpr size_t kTimeStampedSize = 8 + 14768;
 
 using Bytes = std::vector<uint8_t>;
 
@@ -60,28 +58,13 @@ inline std::string writeSilence(uint32_t seconds) {
     return std::ofstream(path, std::ios::binary) << wav ? path : "";
 }
 
-// Stream attributes and device record exactly as the service builds them.
-inline pal_stream_attrs serviceAttributes() {
-    pal_stream_attrs attributes = {};
-    attributes.type = PAL_STREAM_ASR;
-    attributes.direction = PAL_AUDIO_INPUT;
-    attributes.in_media_config = {16000, 16, PCM_S16_LE, {1, {1}}};
-    return attributes;
-}
-
-inline pal_device serviceDevice() {
-    pal_device device = {};
-    device.id = PAL_DEVICE_IN_HANDSET_VA_MIC;
-    device.config = {48000, 16, PCM_S16_LE, {2, {1, 2}}};
-    return device;
-}
-
-// Continuous, US English: the buffering mode's flags.
-inline pal_asr_config englishConfig() {
+// Continuous, US English: the buffering mode's flags; with `partial`, partial-continuous.
+inline pal_asr_config englishConfig(bool partial = false) {
     pal_asr_config config = {};
     config.payload_size = 36;
     config.continuous = 1;
-    config.buffering = 1;
+    config.partial = partial;
+    config.buffering = !partial;
     return config;
 }
 
@@ -95,7 +78,6 @@ struct Received {
     pal_stream_handle* stream;
     unsigned int id;
     Bytes bytes;
-    std::thread::id thread;
 
     bool final() const { return bytes[8] == 1; }
     std::string text() const { return textAt(bytes, 8 + 12); }
@@ -125,26 +107,46 @@ class EngineTest : public ::testing::Test {
         {
             std::lock_guard<std::mutex> lock(self->mLock);
             index = self->mEvents.size();
-            self->mEvents.push_back(
-                    {stream, id, Bytes(bytes, bytes + size), std::this_thread::get_id()});
+            self->mEvents.push_back({stream, id, Bytes(bytes, bytes + size)});
         }
         if (self->mOnEvent) self->mOnEvent(index);
         return 0;
     }
 
-    int32_t open(pal_stream_handle** stream) {
-        pal_stream_attrs attributes = serviceAttributes();
-        pal_device device = serviceDevice();
-        return pal_stream_open(&attributes, 1, &device, 0, nullptr, &EngineTest::callback,
-                               reinterpret_cast<unsigned long>(this), stream);
+    // The arguments of pal_stream_open exactly as the service passes them.
+    struct OpenCall {
+        OpenCall() {
+            attributes.type = PAL_STREAM_ASR;
+            attributes.direction = PAL_AUDIO_INPUT;
+            attributes.in_media_config = {16000, 16, PCM_S16_LE, {1, {1}}};
+            devices[0].id = PAL_DEVICE_IN_HANDSET_VA_MIC;
+            devices[0].config = {48000, 16, PCM_S16_LE, {2, {1, 2}}};
+            devices[1] = devices[0];
+        }
+        pal_stream_attrs attributes = {};
+        pal_device devices[2] = {};
+        uint32_t deviceCount = 1;
+        pal_stream_modifier modifier = {1, 2};
+        uint32_t modifierCount = 0;
+        pal_stream_event_cb callback = &EngineTest::callback;
+    };
+
+    // Opens a stream with the service's arguments, changed by `change`.
+    int32_t open(pal_stream_handle** stream, const std::function<void(OpenCall&)>& change = {}) {
+        OpenCall c;
+        if (change) change(c);
+        return pal_stream_open(&c.attributes, c.deviceCount, c.devices, c.modifierCount,
+                               &c.modifier, c.callback, reinterpret_cast<unsigned long>(this),
+                               stream);
     }
 
-    // Hands the stream a model image holding `text` through a descriptor, claiming `size` bytes;
-    // the engine leaves the descriptor's offset alone.
-    int32_t loadImage(const std::string& text, int32_t size,
+    // Hands the stream a model image holding `text` through a descriptor, claiming `size` bytes
+    // (all of them when negative); the engine leaves the descriptor's offset alone.
+    int32_t loadImage(const std::string& text, int32_t size = -1,
                       st_uuid uuid = pal_engine::kEngineUuidRecord) {
         int fd = memfd_create("image", MFD_CLOEXEC);
         EXPECT_EQ(static_cast<ssize_t>(text.size()), write(fd, text.data(), text.size()));
+        if (size < 0) size = static_cast<int32_t>(text.size());
         int32_t status =
                 setParam(mStream, PAL_PARAM_ID_ASR_MODEL, pal_asr_model{24, uuid, fd, size});
         EXPECT_EQ(static_cast<off_t>(text.size()), lseek(fd, 0, SEEK_CUR));
@@ -152,11 +154,10 @@ class EngineTest : public ::testing::Test {
         return status;
     }
 
-    // Opens the stream and loads the shipped model.
-    void openWithModel() {
+    // Opens the stream and loads `image` (the shipped model's by default).
+    void openWithModel(const std::string& image = readFile(VOXA_ENGINE_MODEL)) {
         ASSERT_EQ(0, open(&mStream));
-        const std::string image = readFile(VOXA_ENGINE_MODEL);
-        ASSERT_EQ(0, loadImage(image, image.size()));
+        ASSERT_EQ(0, loadImage(image));
     }
 
     // Configures, starts on `files` at full speed and waits until the recording is recognised.

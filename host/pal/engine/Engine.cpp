@@ -73,7 +73,7 @@ int32_t Engine::open(const pal_stream_attrs* attributes, uint32_t deviceCount,
     if (mStream != nullptr || mClosing) {
         return -EBUSY;
     }
-    mStream = std::make_shared<Stream>(callback, cookie, devices[0].config);
+    mStream = std::make_shared<Stream>(callback, cookie, devices[0].config, mCache);
     *handle = mStream->handle();
     return 0;
 }

@@ -59,6 +59,8 @@ class Engine {
     // With mLock held: makes sure the notifier thread runs and sees the new job.
     void startNotifier();
 
+    // Declared first, so that it outlives every stream, which gives its recogniser back at close.
+    RecogniserCache mCache;
     std::mutex mLock;
     std::condition_variable mChanged;
     std::shared_ptr<Stream> mStream;  // guarded by mLock: the open stream

@@ -1,7 +1,10 @@
 #include "ModelImage.h"
 
+#include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <sstream>
@@ -23,7 +26,41 @@ std::string trim(const std::string& text) {
     return text.substr(begin, end - begin + 1);
 }
 
+// Appends `path` and what stat says of it that changes when the file is rewritten.
+bool describe(const std::string& path, std::string* identity) {
+    struct stat info;
+    if (stat(path.c_str(), &info) != 0) {
+        return false;
+    }
+    *identity += path + ' ' + std::to_string(info.st_dev) + ' ' + std::to_string(info.st_ino) +
+                 ' ' + std::to_string(info.st_size) + ' ' + std::to_string(info.st_mtim.tv_sec) +
+                 '.' + std::to_string(info.st_mtim.tv_nsec) + '\n';
+    return true;
+}
+
 }  // namespace
+
+std::string modelIdentity(const ModelImage& image) {
+    std::string identity = image.language + '\n';
+    std::vector<std::string> files = {image.languageModel, image.dictionary, image.acousticModel};
+    DIR* directory = opendir(image.acousticModel.c_str());
+    if (directory == nullptr) {
+        return "";
+    }
+    while (const dirent* entry = readdir(directory)) {
+        if (entry->d_name[0] != '.') {
+            files.push_back(image.acousticModel + '/' + entry->d_name);
+        }
+    }
+    closedir(directory);
+    std::sort(files.begin() + 3, files.end());
+    for (const std::string& file : files) {
+        if (!describe(file, &identity)) {
+            return "";
+        }
+    }
+    return identity;
+}
 
 int32_t parseModelImage(const std::string& text, ModelImage* image) {
     std::map<std::string, std::string*> fields = {

@@ -28,6 +28,12 @@ int32_t parseModelImage(const std::string& text, ModelImage* image);
 // caller's. Returns 0, or -EINVAL for a bad descriptor or size, a short read or a bad image.
 int32_t readModelImage(int fd, int32_t size, ModelImage* image);
 
+// What tells one model apart from another: the image's language and paths, and the device, inode,
+// size and modification time of each file they name (every file in the acoustic model's
+// directory), so that a model rewritten in place is another model. Empty when a file cannot be
+// examined.
+std::string modelIdentity(const ModelImage& image);
+
 }  // namespace pal_engine
 
 #endif  // PAL_ENGINE_MODEL_IMAGE_H

@@ -43,17 +43,23 @@ struct Result {
 // Not thread-safe: one thread at a time drives a recogniser.
 class Recogniser {
   public:
-    // Loads the model that `image` names. Returns 0, or -EINVAL when it cannot be loaded.
-    static int32_t create(const ModelImage& image, std::unique_ptr<Recogniser>* recogniser);
+    // Loads the model that `image` names; `identity` is modelIdentity(image), taken before the
+    // files were read. Returns 0, or -EINVAL when it cannot be loaded.
+    static int32_t create(const ModelImage& image, const std::string& identity,
+                          std::unique_ptr<Recogniser>* recogniser);
     ~Recogniser();
     Recogniser(const Recogniser&) = delete;
     Recogniser& operator=(const Recogniser&) = delete;
+
+    // The identity of the files the model was loaded from (modelIdentity).
+    const std::string& identity() const { return mIdentity; }
 
     // Makes `ms` of silence end an utterance; reloads the decoder when the value changes.
     // Precondition: no recording in progress. Returns 0, or -EINVAL when the reload fails.
     int32_t setSilence(int32_t ms);
 
-    // Begins a recording: times restart at 0 and a first utterance opens.
+    // Begins a recording as a newly loaded recogniser would: times restart at 0, the running
+    // cepstral mean goes back to the model's initial one, and a first utterance opens.
     void beginRecording();
     // Ends the recording, dropping the open utterance.
     void endRecording();
@@ -74,9 +80,11 @@ class Recogniser {
     Result decodeWhole(const int16_t* samples, size_t count, int64_t startMs);
 
   private:
-    Recogniser(cmd_ln_s* config, ps_decoder_s* decoder, std::unique_ptr<FrontEnd> frontEnd);
-    // Adds the search of the whole-utterance pass beside the first pass's. Returns 0 or -EINVAL.
-    int32_t addWholeSearch();
+    Recogniser(cmd_ln_s* config, ps_decoder_s* decoder, std::unique_ptr<FrontEnd> frontEnd,
+               std::string identity);
+    // Adds the search of the whole-utterance pass beside the first pass's and notes the
+    // decoder's initial cepstral-mean state. Returns 0 or -EINVAL.
+    int32_t prepare();
     // The words of the utterance just ended. Frames count from the start of the recording, or
     // with `relative` from `offsetMs` at the utterance's first frame.
     Result collect(int64_t offsetMs, bool relative);
@@ -84,6 +92,13 @@ class Recogniser {
     cmd_ln_s* mConfig;
     ps_decoder_s* mDecoder;
     const std::unique_ptr<FrontEnd> mFrontEnd;  // cepstra of the whole-utterance pass
+    const std::string mIdentity;
+    // The first pass's cepstral-mean state as the decoder was loaded: what it adapts across
+    // utterances, and all that it carries from one recording to the next besides the frame count
+    // and the front end's state, which ps_start_stream resets.
+    std::vector<float> mInitialMean;
+    std::vector<float> mInitialSum;
+    int32_t mInitialFrames = 0;
     int32_t mSilenceMs = kDefaultSilenceMs;
     bool mUtteranceOpen = false;
     std::vector<float> mCepstra;  // scratch of the whole-utterance pass

@@ -22,8 +22,9 @@ bool sameUuid(const st_uuid& a, const st_uuid& b) {
 
 }  // namespace
 
-Stream::Stream(pal_stream_event_cb callback, unsigned long cookie, const pal_media_format& device)
-    : mCallback(callback), mCookie(cookie), mDevice(device) {}
+Stream::Stream(pal_stream_event_cb callback, unsigned long cookie, const pal_media_format& device,
+               RecogniserCache& cache)
+    : mCallback(callback), mCookie(cookie), mDevice(device), mCache(cache) {}
 
 Stream::~Stream() = default;
 
@@ -50,9 +51,15 @@ int32_t Stream::setParam(uint32_t id, const pal_param_payload* payload) {
             if (image.language != "en-US") {
                 return -EINVAL;
             }
+            if (mRecogniser != nullptr && mRecogniser->identity() == modelIdentity(image)) {
+                return 0;  // the same model again; each start begins clean anyway
+            }
             std::unique_ptr<Recogniser> recogniser;
-            status = Recogniser::create(image, &recogniser);
+            status = mCache.take(image, &recogniser);
             if (status == 0) {
+                if (mRecogniser != nullptr) {
+                    mCache.keep(std::move(mRecogniser));
+                }
                 mRecogniser = std::move(recogniser);
             }
             return status;
@@ -135,10 +142,11 @@ int32_t Stream::start(const Source& source) {
     }
 
     std::lock_guard<std::mutex> lock(mLock);
-    if (mStarted || mCapture.joinable()) {
-        return -EINVAL;  // another start came first
+    if (mStarted || mCapture.joinable() || mRecogniser == nullptr) {
+        return -EINVAL;  // another start, or a close, came first
     }
     if (mRecogniser->setSilence(mSettings.silenceMs) != 0) {
+        mRecogniser.reset();  // its decoder is in no known state: neither used nor kept
         return -EINVAL;
     }
     std::unique_ptr<FrontEnd> frontEnd;
@@ -173,7 +181,17 @@ int32_t Stream::close() {
     if (onCaptureThread()) {
         return -EINVAL;
     }
-    return endCapture(true);
+    endCapture(true);
+    // The capture thread has ended: nothing else uses the recogniser now.
+    std::unique_ptr<Recogniser> recogniser;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        recogniser = std::move(mRecogniser);
+    }
+    if (recogniser != nullptr) {
+        mCache.keep(std::move(recogniser));
+    }
+    return 0;
 }
 
 int32_t Stream::endCapture(bool waitForCallback) {

@@ -19,6 +19,7 @@
 #include "AudioInput.h"
 #include "EventPayload.h"
 #include "Recogniser.h"
+#include "RecogniserCache.h"
 #include "Resampler.h"
 #include "Settings.h"
 #include "Translator.h"
@@ -40,8 +41,10 @@ struct Source {
 // touch them only when no capture thread runs, except Translator::interrupt.
 class Stream {
   public:
-    // `device` is the format that a PCM source delivers.
-    Stream(pal_stream_event_cb callback, unsigned long cookie, const pal_media_format& device);
+    // `device` is the format that a PCM source delivers. The stream takes its recogniser from
+    // `cache`, which must outlive it, and gives it back at close.
+    Stream(pal_stream_event_cb callback, unsigned long cookie, const pal_media_format& device,
+           RecogniserCache& cache);
     // Precondition: close() has returned on another thread than the capture thread.
     ~Stream();
     Stream(const Stream&) = delete;
@@ -50,9 +53,9 @@ class Stream {
     // The handle handed out for this stream: the address of a word that the stream owns.
     pal_stream_handle* handle() { return &mHandle; }
 
-    // Parameters 77 (model; loads the recogniser, which takes a moment), 78 (configuration),
-    // 79 (custom extras, ignored) and 80 (force output). Returns 0, -EINVAL or -ENOSYS as
-    // docs/ENGINE.md lists.
+    // Parameters 77 (model; takes the recogniser from the cache, which may load it), 78
+    // (configuration), 79 (custom extras, ignored) and 80 (force output). Returns 0, -EINVAL or
+    // -ENOSYS as docs/ENGINE.md lists.
     int32_t setParam(uint32_t id, const pal_param_payload* payload);
     // Starts capturing `source`; first waits for the capture thread of the last start to end.
     // Returns 0; -EINVAL when started already, no model is loaded or called on the capture
@@ -63,8 +66,8 @@ class Stream {
     // nor the capture thread itself is waited for (the callback may wait for what the caller
     // holds, or be the caller); close() waits for them. Returns 0.
     int32_t stop();
-    // Stops and waits for the capture thread to end. Returns 0, or -EINVAL when called on the
-    // capture thread, which cannot wait for itself.
+    // Stops, waits for the capture thread to end and gives the recogniser back to the cache.
+    // Returns 0, or -EINVAL when called on the capture thread, which cannot wait for itself.
     int32_t close();
     // Whether the calling thread is this stream's capture thread.
     bool onCaptureThread();
@@ -97,6 +100,7 @@ class Stream {
     const pal_stream_event_cb mCallback;
     const unsigned long mCookie;
     const pal_media_format mDevice;
+    RecogniserCache& mCache;
 
     std::mutex mLock;
     std::condition_variable mChanged;
