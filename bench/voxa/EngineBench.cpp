@@ -30,9 +30,9 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using engine_test::Segment;
+using voxa_bench::Segment;
 
-const std::string kRecordings = voxa_test::kLibriVox + "sense_and_sensibility_01_austen_64kb-";
+const std::string kRecordings = voxa_bench::kLibriVox + "sense_and_sensibility_01_austen_64kb-";
 const char* const kNames[] = {"0870", "0880", "0890", "0920", "0930"};
 
 double cpuSeconds() {
@@ -148,11 +148,11 @@ pal_asr_config modeConfig(bool partial, bool bufferedEvent) {
 }
 
 std::vector<std::string> referenceWords(const std::string& name) {
-    std::ifstream transcription(voxa_test::kLibriVox + "transcription");
+    std::ifstream transcription(voxa_bench::kLibriVox + "transcription");
     for (std::string line; std::getline(transcription, line);) {
         if (line.find(name + ")") != std::string::npos) {
             line = line.substr(4, line.find(" </s>") - 4);
-            return voxa_test::splitWords(line);
+            return voxa_bench::splitWords(line);
         }
     }
     return {};
@@ -177,7 +177,7 @@ void BM_WordErrorRate(benchmark::State& state) {
             cpu += cpuSeconds() - before;
             audio += static_cast<double>(readFile(path).size() - 44) / 32000.0;
             for (const Session::Final& final : session.finals()) {
-                for (const std::string& word : voxa_test::splitWords(final.text)) {
+                for (const std::string& word : voxa_bench::splitWords(final.text)) {
                     heard.push_back(word);
                 }
             }
@@ -186,7 +186,7 @@ void BM_WordErrorRate(benchmark::State& state) {
             reference.insert(reference.end(), words.begin(), words.end());
         }
         state.SetIterationTime(cpu);
-        state.counters["wer_percent"] = 100 * voxa_test::wordErrorRate(reference, heard);
+        state.counters["wer_percent"] = 100 * voxa_bench::wordErrorRate(reference, heard);
         state.counters["real_time_factor"] = cpu / audio;
     }
 }
@@ -283,13 +283,13 @@ void BM_TranslationLatency(benchmark::State& state) {
 // Diarization error rate: Arg 2 or 3 espeak-ng voices taking turns, 0 LibriVox recordings
 // alternating with an espeak-ng voice.
 void BM_DiarizationErrorRate(benchmark::State& state) {
-    std::vector<engine_test::Turn> turns;
+    std::vector<voxa_bench::Turn> turns;
     if (state.range(0) > 0) {
-        turns = engine_test::conversation(static_cast<int>(state.range(0)), 12);
+        turns = voxa_bench::conversation(static_cast<int>(state.range(0)), 12);
     } else {
-        const std::vector<engine_test::Turn> voice = engine_test::conversation(2, 12);
+        const std::vector<voxa_bench::Turn> voice = voxa_bench::conversation(2, 12);
         for (size_t i = 0; i < std::size(kNames); ++i) {
-            engine_test::Turn recorded;
+            voxa_bench::Turn recorded;
             recorded.speaker = 1;
             recorded.file = kRecordings + kNames[i] + ".wav";
             recorded.pauseMs = i == 0 ? 0 : 600;
@@ -299,9 +299,9 @@ void BM_DiarizationErrorRate(benchmark::State& state) {
         }
     }
     char directory[] = "/tmp/voxa-bench-XXXXXX";
-    engine_test::Recording recording;
+    voxa_bench::Recording recording;
     if (mkdtemp(directory) == nullptr ||
-        !engine_test::makeRecording(turns, directory, &recording)) {
+        !voxa_bench::makeRecording(turns, directory, &recording)) {
         state.SkipWithError("espeak-ng failed");
         return;
     }
@@ -316,8 +316,8 @@ void BM_DiarizationErrorRate(benchmark::State& state) {
         }
         state.SetIterationTime(cpuSeconds() - before);
         const std::vector<Segment> said = session.speakers();
-        const engine_test::ErrorRate rate =
-                engine_test::diarizationErrorRate(recording.speech, said);
+        const voxa_bench::ErrorRate rate =
+                voxa_bench::diarizationErrorRate(recording.speech, said);
         int32_t speakers = 0;
         for (const Segment& turn : said) speakers = std::max(speakers, turn.speaker);
         state.counters["der_percent"] = 100 * rate.total();

@@ -11,7 +11,7 @@
 
 extern char** environ;
 
-namespace engine_test {
+namespace voxa_bench {
 
 namespace {
 
@@ -207,4 +207,4 @@ ErrorRate diarizationErrorRate(const std::vector<Segment>& reference,
     return rate;
 }
 
-}  // namespace engine_test
+}  // namespace voxa_bench

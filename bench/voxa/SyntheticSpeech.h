@@ -1,14 +1,14 @@
 // Recordings made for the diarization tests and benchmark, and their scoring: turns spoken by
 // espeak-ng voices (or taken from recordings), with pauses between them, and the diarization
 // error rate of what the engine says against who really spoke when.
-#ifndef VOXA_TESTS_ENGINE_SYNTHETIC_SPEECH_H
-#define VOXA_TESTS_ENGINE_SYNTHETIC_SPEECH_H
+#ifndef VOXA_BENCH_SYNTHETIC_SPEECH_H
+#define VOXA_BENCH_SYNTHETIC_SPEECH_H
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-namespace engine_test {
+namespace voxa_bench {
 
 // Who spoke when, in ms from the start of the recording.
 struct Segment {
@@ -56,6 +56,6 @@ struct ErrorRate {
 ErrorRate diarizationErrorRate(const std::vector<Segment>& reference,
                                const std::vector<Segment>& said);
 
-}  // namespace engine_test
+}  // namespace voxa_bench
 
-#endif  // VOXA_TESTS_ENGINE_SYNTHETIC_SPEECH_H
+#endif  // VOXA_BENCH_SYNTHETIC_SPEECH_H

@@ -88,7 +88,7 @@ void BM_VoxaTranscribe(benchmark::State& state, const char* mode) {
     std::vector<std::string> command = {VOXA_PROGRAM, "transcribe", "--no-progress", "--mode",
                                         mode};
     for (const char* name : kRecordings) {
-        command.push_back(voxa_test::kLibriVox + name + ".wav");
+        command.push_back(voxa_bench::kLibriVox + name + ".wav");
     }
     measure(state, mode, [&] { return cpuSecondsOf(command); });
 }
@@ -111,7 +111,7 @@ void BM_PocketsphinxBatch(benchmark::State& state) {
                                               "-adchdr",
                                               "44",
                                               "-cepdir",
-                                              voxa_test::kLibriVox,
+                                              voxa_bench::kLibriVox,
                                               "-cepext",
                                               ".wav",
                                               "-ctl",
@@ -134,8 +134,8 @@ void BM_RecogniserAlone(benchmark::State& state) {
         const double start = processCpuSeconds();
         for (const char* name : kRecordings) {
             // voxa transcribe's default mode: utterances decoded again whole.
-            const std::string path = voxa_test::kLibriVox + name + ".wav";
-            if (!voxa_test::recogniseDirectly(VOXA_ENGINE_MODEL, path, true, &words)) return -1.0;
+            const std::string path = voxa_bench::kLibriVox + name + ".wav";
+            if (!voxa_bench::recogniseDirectly(VOXA_ENGINE_MODEL, path, true, &words)) return -1.0;
             benchmark::DoNotOptimize(words.data());
         }
         return processCpuSeconds() - start;

@@ -6,14 +6,14 @@
 // (from 500 ms before the detector heard speech) decoded again by a search with the forward-flat
 // pass, on cepstra whose mean is the utterance's own. The yardstick for what the stack
 // recognises.
-#ifndef VOXA_TESTS_TOOLS_REFERENCE_RECOGNISER_H
-#define VOXA_TESTS_TOOLS_REFERENCE_RECOGNISER_H
+#ifndef VOXA_BENCH_REFERENCE_RECOGNISER_H
+#define VOXA_BENCH_REFERENCE_RECOGNISER_H
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-namespace voxa_test {
+namespace voxa_bench {
 
 inline const std::string kLibriVox = "/usr/share/pocketsphinx/test/data/librivox/";
 
@@ -30,6 +30,6 @@ bool recogniseDirectly(const std::string& modelImage, const std::string& path, b
 double wordErrorRate(const std::vector<std::string>& reference,
                      const std::vector<std::string>& hypothesis);
 
-}  // namespace voxa_test
+}  // namespace voxa_bench
 
-#endif  // VOXA_TESTS_TOOLS_REFERENCE_RECOGNISER_H
+#endif  // VOXA_BENCH_REFERENCE_RECOGNISER_H

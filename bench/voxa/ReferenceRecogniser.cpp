@@ -13,7 +13,7 @@
 #include <numeric>
 #include <sstream>
 
-namespace voxa_test {
+namespace voxa_bench {
 
 namespace {
 
@@ -188,4 +188,4 @@ double wordErrorRate(const std::vector<std::string>& reference,
     return reference.empty() ? 0.0 : static_cast<double>(previous.back()) / reference.size();
 }
 
-}  // namespace voxa_test
+}  // namespace voxa_bench
