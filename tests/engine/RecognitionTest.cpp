@@ -31,9 +31,9 @@ class EngineRecognitionTest : public EngineTest {
     void SetUp() override { openWithModel(); }
 };
 
-// The words' order, their times within a file and the layout of words and results are checked
-// through the service on five recordings (tools' end-to-end test); here, a source of several
-// files, the reasons and the result's JSON.
+// The words of five recordings, and the words' times within one, are checked byte for byte
+// through the program (tools' program test); here, a source of several files, the reasons and
+// the result's JSON.
 TEST_F(EngineRecognitionTest, FilesOfASourceFollowEachOtherInTime) {
     pal_asr_config config = englishConfig();
     config.enable_text_timestamp = 1;
