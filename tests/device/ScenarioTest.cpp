@@ -1,6 +1,6 @@
-// The service on the scripted engine: each scenario played to a client that uses IVoxa alone, the
-// scenario reader's refusals, the engine's stream contract, and the VINTF fragment against what
-// registerService registers.
+// The service on the scripted engine, found under the instance its VINTF fragment declares: each
+// scenario played to a client that uses IVoxa alone, the scenario reader's refusals, and the
+// engine's stream contract.
 
 #include <aidl/vendor/orbo/hardware/voxa/BnVoxaCallback.h>
 #include <aidl/vendor/orbo/hardware/voxa/BnVoxaGlobalCallback.h>
@@ -8,19 +8,17 @@
 #include <aidl/vendor/orbo/hardware/voxa/ServiceError.h>
 #include <android/binder_manager.h>
 #include <binder_host/test_controls.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pal/pal_scripted.h>
 
-#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <iterator>
 #include <mutex>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -40,6 +38,12 @@ class Client : public BnVoxaCallback {
         mText += line + "\n";
         mChanged.notify_all();
         return ndk::ScopedAStatus::ok();
+    }
+    void add(const std::string& call, const ndk::ScopedAStatus& status) {
+        add(call + " " +
+            (status.isOk() ? "OK"
+                           : std::to_string(status.getServiceSpecificError()) + " " +
+                                     status.getMessage()));
     }
     bool waitFor(const std::string& line) {
         std::unique_lock<std::mutex> lock(mLock);
@@ -71,23 +75,23 @@ struct GlobalClient : BnVoxaGlobalCallback {
     std::shared_ptr<Client> client;
 };
 
-std::string describe(const ndk::ScopedAStatus& status) {
-    if (status.isOk()) return "OK";
-    return std::to_string(status.getServiceSpecificError()) + " " + status.getMessage();
-}
-
-std::shared_ptr<IVoxa> freshService(const char* instance) {
-    binder_host::clearServices();
-    EXPECT_EQ(0, registerService());
-    return IVoxa::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(instance)));
-}
-
 std::string readFile(const std::string& path) {
     std::ifstream file(path);
     EXPECT_TRUE(file) << path;
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+// The instance that the VINTF fragment declares, freshly registered: a fragment that names
+// another instance than registerService registers finds no service.
+std::shared_ptr<IVoxa> freshService() {
+    std::string xml = readFile(VOXA_VINTF_FRAGMENT);
+    std::smatch name, fqname;
+    EXPECT_TRUE(std::regex_search(xml, name, std::regex("<name>([^<]+)</name>")));
+    EXPECT_TRUE(std::regex_search(xml, fqname, std::regex("<fqname>([^<]+)</fqname>")));
+    binder_host::clearServices();
+    EXPECT_EQ(0, registerService());
+    return IVoxa::fromBinder(ndk::SpAIBinder(
+            AServiceManager_checkService((name[1].str() + "." + fqname[1].str()).c_str())));
 }
 
 class ScenarioTest : public testing::TestWithParam<std::filesystem::path> {};
@@ -96,7 +100,8 @@ class ScenarioTest : public testing::TestWithParam<std::filesystem::path> {};
 // stamps; after a busy start it waits for the engine to come free and tries once more; once the
 // scenario has played it stops and releases the session. What it sees is expected/<name>.txt.
 TEST_P(ScenarioTest, ClientReceivesWhatTheScenarioSays) {
-    std::shared_ptr<IVoxa> voxa = freshService("vendor.orbo.hardware.voxa.IVoxa/default");
+    std::shared_ptr<IVoxa> voxa = freshService();
+    ASSERT_NE(nullptr, voxa);
     ASSERT_EQ("", pal_scripted::loadScenarioFile(GetParam()));
     auto client = ndk::SharedRefBase::make<Client>();
     VoxaModel model;
@@ -107,25 +112,25 @@ TEST_P(ScenarioTest, ClientReceivesWhatTheScenarioSays) {
     config.enable_partial_transcription = config.enable_text_timestamp = true;
     config.mode = TranscriptionMode::PARTIAL_CONTINUOUS;
 
-    auto global = ndk::SharedRefBase::make<GlobalClient>(client);
-    client->add("registerGlobalCallback " + describe(voxa->registerGlobalCallback(global)));
+    client->add("registerGlobalCallback",
+                voxa->registerGlobalCallback(ndk::SharedRefBase::make<GlobalClient>(client)));
     int32_t handle = -1;
     ndk::ScopedAStatus opened = voxa->initSession(model, client, &handle);
-    client->add("initSession " + describe(opened));
+    client->add("initSession", opened);
     if (opened.isOk()) {
         ndk::ScopedAStatus started = voxa->startListening(handle, config);
-        client->add("startListening " + describe(started));
+        client->add("startListening", started);
         if (started.getServiceSpecificError() ==
                     static_cast<int>(ServiceError::RESOURCE_CONTENTION) &&
             client->waitFor("onResourcesAvailable")) {
-            client->add("startListening " + describe(voxa->startListening(handle, config)));
+            client->add("startListening", voxa->startListening(handle, config));
         }
     }
     std::string error;
     EXPECT_EQ(0, pal_scripted::waitUntilPlayed(10s, &error)) << error;
     if (opened.isOk()) {
-        client->add("stopListening " + describe(voxa->stopListening(handle)));
-        client->add("releaseSession " + describe(voxa->releaseSession(handle)));
+        client->add("stopListening", voxa->stopListening(handle));
+        client->add("releaseSession", voxa->releaseSession(handle));
     }
     binder_host::clearServices();
     EXPECT_EQ(readFile(VOXA_EXPECTED_DIR "/" + GetParam().stem().string() + ".txt"),
@@ -195,22 +200,20 @@ TEST(ScenarioReaderTest, BadScenariosAreRefusedWithTheirLine) {
 
 // A stream opened and started through the PAL functions; its callback counts and runs `onEvent`.
 struct Probe {
-    std::function<void(pal_stream_handle*)> onEvent;
-    std::atomic<int> events{0};
-    pal_stream_handle* stream = nullptr;
-
     explicit Probe(std::function<void(pal_stream_handle*)> action) : onEvent(std::move(action)) {
-        EXPECT_EQ(0, pal_stream_open(nullptr, 0, nullptr, 0, nullptr, &Probe::callback,
+        auto callback = [](pal_stream_handle* stream, unsigned, unsigned*, unsigned,
+                           unsigned long me) {
+            ++reinterpret_cast<Probe*>(me)->events;
+            reinterpret_cast<Probe*>(me)->onEvent(stream);
+            return 0;
+        };
+        EXPECT_EQ(0, pal_stream_open(nullptr, 0, nullptr, 0, nullptr, callback,
                                      reinterpret_cast<unsigned long>(this), &stream));
         EXPECT_EQ(0, pal_stream_start(stream));
     }
-    static int32_t callback(pal_stream_handle* stream, unsigned int, unsigned int*, unsigned int,
-                            unsigned long cookie) {
-        auto* probe = reinterpret_cast<Probe*>(cookie);
-        ++probe->events;
-        probe->onEvent(stream);
-        return 0;
-    }
+    std::function<void(pal_stream_handle*)> onEvent;
+    std::atomic<int> events{0};
+    pal_stream_handle* stream = nullptr;
 };
 
 // After pal_stream_stop no event begins until the stream starts again; pal_stream_close from
@@ -253,21 +256,6 @@ TEST(ScriptedEngineTest, StreamsKeepThePalContract) {
     release.set_value();
     EXPECT_TRUE(closed.get());
     EXPECT_EQ(0, pal_scripted::waitUntilPlayed(1s));
-}
-
-// The fragment's package, interface, instance and version are those of the registered service.
-TEST(VintfFragmentTest, NamesTheRegisteredInstanceAndVersion) {
-    std::string xml = readFile(VOXA_VINTF_FRAGMENT);
-    std::smatch name, fqname, version;
-    ASSERT_TRUE(std::regex_search(xml, name, std::regex("<name>([^<]+)</name>")));
-    ASSERT_TRUE(std::regex_search(xml, fqname, std::regex("<fqname>([^<]+)</fqname>")));
-    ASSERT_TRUE(std::regex_search(xml, version, std::regex("<version>([0-9]+)</version>")));
-    std::shared_ptr<IVoxa> voxa = freshService((name[1].str() + "." + fqname[1].str()).c_str());
-    ASSERT_NE(nullptr, voxa);
-    int32_t registered = 0;
-    ASSERT_TRUE(voxa->getInterfaceVersion(&registered).isOk());
-    EXPECT_EQ(std::stoi(version[1]), registered);
-    binder_host::clearServices();
 }
 
 }  // namespace
