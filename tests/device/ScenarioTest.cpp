@@ -84,7 +84,7 @@ std::string readFile(const std::string& path) {
 // The instance that the VINTF fragment declares, freshly registered: a fragment that names
 // another instance than registerService registers finds no service.
 std::shared_ptr<IVoxa> freshService() {
-    std::string xml = readFile(VOXA_VINTF_FRAGMENT);
+    std::string xml = readFile(VOXA_SOURCE_DIR "/service/vendor.orbo.hardware.voxa-service.xml");
     std::smatch name, fqname;
     EXPECT_TRUE(std::regex_search(xml, name, std::regex("<name>([^<]+)</name>")));
     EXPECT_TRUE(std::regex_search(xml, fqname, std::regex("<fqname>([^<]+)</fqname>")));
@@ -133,15 +133,17 @@ TEST_P(ScenarioTest, ClientReceivesWhatTheScenarioSays) {
         client->add("releaseSession", voxa->releaseSession(handle));
     }
     binder_host::clearServices();
-    EXPECT_EQ(readFile(VOXA_EXPECTED_DIR "/" + GetParam().stem().string() + ".txt"),
+    EXPECT_EQ(readFile(VOXA_SOURCE_DIR "/tests/device/expected/" + GetParam().stem().string() +
+                       ".txt"),
               client->text());
 }
 
 // The shipped scenarios and those of fields that no shipped one sets.
 std::vector<std::filesystem::path> scenarios() {
     std::vector<std::filesystem::path> found;
-    for (const char* dir : {VOXA_SCENARIO_DIR, VOXA_TEST_SCENARIO_DIR}) {
-        for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+    for (const char* dir : {"/tools/voxa/scenarios", "/tests/device/scenarios"}) {
+        for (const auto& entry :
+             std::filesystem::directory_iterator(VOXA_SOURCE_DIR + std::string(dir))) {
             if (entry.path().extension() == ".jsonl") found.push_back(entry.path());
         }
     }
