@@ -11,6 +11,7 @@
 #include <cctype>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "VtsEnvironment.h"
@@ -35,10 +36,6 @@ int32_t error(const ndk::ScopedAStatus& status) {
     if (status.isOk()) return kOk;
     EXPECT_EQ(EX_SERVICE_SPECIFIC, status.getExceptionCode()) << status.getDescription();
     return status.getServiceSpecificError();
-}
-
-bool okOrDefinedError(int32_t code) {
-    return code <= kOk && code >= static_cast<int32_t>(ServiceError::FAILURE);
 }
 
 VoxaConfig config(const std::string& input = "en-US", const std::string& output = "en-US") {
@@ -108,11 +105,11 @@ TEST_P(VoxaVts, SessionLifecycle) {
     EXPECT_LT(first, second);
     EXPECT_LT(second, third);
     int32_t idle = error(mVoxa->stopListening(second));
-    EXPECT_TRUE(okOrDefinedError(idle)) << idle;
     ASSERT_EQ(kOk, error(mVoxa->startListening(second, config())));
     EXPECT_EQ(kOk, error(mVoxa->stopListening(second)));
-    int32_t again = error(mVoxa->stopListening(second));
-    EXPECT_TRUE(okOrDefinedError(again)) << again;
+    for (int32_t code : {idle, error(mVoxa->stopListening(second))}) {
+        EXPECT_TRUE(code <= kOk && code >= static_cast<int32_t>(ServiceError::FAILURE)) << code;
+    }
     ASSERT_EQ(kOk, error(mVoxa->releaseSession(second)));
     EXPECT_LT(third, open(client()));
     for (int32_t handle : {second, -1}) {
@@ -132,13 +129,13 @@ TEST_P(VoxaVts, InvalidConfigurationsAndParametersAreRefused) {
     EXPECT_EQ(kInvalid, error(mVoxa->startListening(handle, config("xx-XX"))));
     ASSERT_EQ(kOk, error(mVoxa->startListening(handle, config())));
     EXPECT_EQ(kInvalid, error(mVoxa->startListening(handle, config("en-US", "en-us"))));
-    EXPECT_EQ(kInvalid, error(mVoxa->setParameter(handle, parameter(ParameterType::INVALID, 1))));
-    EXPECT_EQ(kInvalid, error(mVoxa->setParameter(handle, parameter(ParameterType(7), 1))));
-    EXPECT_EQ(kInvalid,
-              error(mVoxa->setParameter(handle, parameter(ParameterType::CUSTOM_EXTRAS, 21))));
-    EXPECT_EQ(kOk, error(mVoxa->setParameter(handle, parameter(ParameterType::CUSTOM_EXTRAS, 20))));
-    EXPECT_EQ(kOk,
-              error(mVoxa->setParameter(handle, parameter(ParameterType::FORCE_OUTPUT_EVENT, 0))));
+    for (auto [type, size, expected] : {std::tuple(ParameterType::INVALID, 1, kInvalid),
+                                        {ParameterType(7), 1, kInvalid},
+                                        {ParameterType::CUSTOM_EXTRAS, 21, kInvalid},
+                                        {ParameterType::CUSTOM_EXTRAS, 20, kOk},
+                                        {ParameterType::FORCE_OUTPUT_EVENT, 0, kOk}}) {
+        EXPECT_EQ(expected, error(mVoxa->setParameter(handle, parameter(type, size)))) << size;
+    }
     EXPECT_TRUE(events->waitForDeliveries(events->deliveries().size() + 1));
 }
 
