@@ -40,10 +40,7 @@ class Client : public BnVoxaCallback {
         return ndk::ScopedAStatus::ok();
     }
     void add(const std::string& call, const ndk::ScopedAStatus& status) {
-        add(call + " " +
-            (status.isOk() ? "OK"
-                           : std::to_string(status.getServiceSpecificError()) + " " +
-                                     status.getMessage()));
+        add(call + " " + status.getDescription());
     }
     bool waitFor(const std::string& line) {
         std::unique_lock<std::mutex> lock(mLock);
