@@ -2,8 +2,6 @@
 // scenario played to a client that uses IVoxa alone, the scenario reader's refusals, and the
 // engine's stream contract.
 
-#include <aidl/vendor/orbo/hardware/voxa/BnVoxaCallback.h>
-#include <aidl/vendor/orbo/hardware/voxa/BnVoxaGlobalCallback.h>
 #include <aidl/vendor/orbo/hardware/voxa/IVoxa.h>
 #include <aidl/vendor/orbo/hardware/voxa/ServiceError.h>
 #include <android/binder_manager.h>
@@ -12,65 +10,24 @@
 #include <pal/pal_scripted.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <future>
 #include <iterator>
-#include <mutex>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Service.h"
+#include "support/RecordingCallback.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
 namespace {
 
 using namespace std::chrono_literals;
-
-// A client that writes down what it saw, a line each, in order: the statuses of its calls and the
-// callbacks it got.
-class Client : public BnVoxaCallback {
-  public:
-    ndk::ScopedAStatus add(const std::string& line) {
-        std::lock_guard<std::mutex> lock(mLock);
-        mText += line + "\n";
-        mChanged.notify_all();
-        return ndk::ScopedAStatus::ok();
-    }
-    void add(const std::string& call, const ndk::ScopedAStatus& status) {
-        add(call + " " + status.getDescription());
-    }
-    bool waitFor(const std::string& line) {
-        std::unique_lock<std::mutex> lock(mLock);
-        return mChanged.wait_for(lock, 10s,
-                                 [&] { return mText.find("\n" + line + "\n") != mText.npos; });
-    }
-    std::string text() {
-        std::lock_guard<std::mutex> lock(mLock);
-        return mText;
-    }
-    ndk::ScopedAStatus onAsrEvent(int32_t handle, const VoxaEvent& event) override {
-        return add("onAsrEvent " + std::to_string(handle) + " " + event.toString());
-    }
-    ndk::ScopedAStatus onSdzEvent(int32_t handle, const SpeakerDiarizationEvent& event) override {
-        return add("onSdzEvent " + std::to_string(handle) + " " + event.toString());
-    }
-
-  private:
-    std::mutex mLock;
-    std::condition_variable mChanged;
-    std::string mText;  // guarded by mLock
-};
-
-struct GlobalClient : BnVoxaGlobalCallback {
-    explicit GlobalClient(std::shared_ptr<Client> client) : client(std::move(client)) {}
-    ndk::ScopedAStatus onResourcesAvailable() override {
-        return client->add("onResourcesAvailable");
-    }
-    std::shared_ptr<Client> client;
-};
+using voxa_test::CountingGlobalCallback;
+using voxa_test::RecordingCallback;
 
 std::string readFile(const std::string& path) {
     std::ifstream file(path);
@@ -95,12 +52,14 @@ class ScenarioTest : public testing::TestWithParam<std::filesystem::path> {};
 
 // Plays the client's part as an app would: one session, started with partial results and time
 // stamps; after a busy start it waits for the engine to come free and tries once more; once the
-// scenario has played it stops and releases the session. What it sees is expected/<name>.txt.
+// scenario has played it stops and releases the session. What it saw, its calls' statuses, the
+// callbacks it got and how often it heard that resources were available, is expected/<name>.txt.
 TEST_P(ScenarioTest, ClientReceivesWhatTheScenarioSays) {
     std::shared_ptr<IVoxa> voxa = freshService();
     ASSERT_NE(nullptr, voxa);
     ASSERT_EQ("", pal_scripted::loadScenarioFile(GetParam()));
-    auto client = ndk::SharedRefBase::make<Client>();
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
     VoxaModel model;
     model.vendorUuid = "6f1d2c3b-8a47-4e95-b0c2-5d7e9a31f648";
     model.dataSize = 1024;
@@ -109,30 +68,35 @@ TEST_P(ScenarioTest, ClientReceivesWhatTheScenarioSays) {
     config.enable_partial_transcription = config.enable_text_timestamp = true;
     config.mode = TranscriptionMode::PARTIAL_CONTINUOUS;
 
-    client->add("registerGlobalCallback",
-                voxa->registerGlobalCallback(ndk::SharedRefBase::make<GlobalClient>(client)));
+    std::string seen;
+    auto note = [&](const std::string& call, const ndk::ScopedAStatus& status) {
+        seen += call + " " + status.getDescription() + "\n";
+        return status.getServiceSpecificError();
+    };
+    note("registerGlobalCallback", voxa->registerGlobalCallback(global));
     int32_t handle = -1;
     ndk::ScopedAStatus opened = voxa->initSession(model, client, &handle);
-    client->add("initSession", opened);
-    if (opened.isOk()) {
-        ndk::ScopedAStatus started = voxa->startListening(handle, config);
-        client->add("startListening", started);
-        if (started.getServiceSpecificError() ==
-                    static_cast<int>(ServiceError::RESOURCE_CONTENTION) &&
-            client->waitFor("onResourcesAvailable")) {
-            client->add("startListening", voxa->startListening(handle, config));
-        }
+    note("initSession", opened);
+    if (opened.isOk() && note("startListening", voxa->startListening(handle, config)) ==
+                                 static_cast<int>(ServiceError::RESOURCE_CONTENTION)) {
+        for (int i = 0; i < 1000 && global->count() == 0; ++i) std::this_thread::sleep_for(10ms);
+        note("startListening", voxa->startListening(handle, config));
     }
     std::string error;
     EXPECT_EQ(0, pal_scripted::waitUntilPlayed(10s, &error)) << error;
+    for (const auto& delivery : client->deliveries()) {
+        seen += (delivery.asr ? "onAsrEvent " : "onSdzEvent ") + std::to_string(delivery.handle) +
+                " " + (delivery.asr ? delivery.asr->toString() : delivery.sdz->toString()) + "\n";
+    }
     if (opened.isOk()) {
-        client->add("stopListening", voxa->stopListening(handle));
-        client->add("releaseSession", voxa->releaseSession(handle));
+        note("stopListening", voxa->stopListening(handle));
+        note("releaseSession", voxa->releaseSession(handle));
     }
     binder_host::clearServices();
+    seen += "onResourcesAvailable " + std::to_string(global->count()) + "\n";
     EXPECT_EQ(readFile(VOXA_SOURCE_DIR "/tests/device/expected/" + GetParam().stem().string() +
                        ".txt"),
-              client->text());
+              seen);
 }
 
 // The shipped scenarios and those of fields that no shipped one sets.
