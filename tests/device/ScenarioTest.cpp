@@ -39,13 +39,13 @@ std::string readFile(const std::string& path) {
 // another instance than registerService registers finds no service.
 std::shared_ptr<IVoxa> freshService() {
     std::string xml = readFile(VOXA_SOURCE_DIR "/service/vendor.orbo.hardware.voxa-service.xml");
-    std::smatch name, fqname;
-    EXPECT_TRUE(std::regex_search(xml, name, std::regex("<name>([^<]+)</name>")));
-    EXPECT_TRUE(std::regex_search(xml, fqname, std::regex("<fqname>([^<]+)</fqname>")));
+    std::smatch hal;
+    EXPECT_TRUE(std::regex_search(
+            xml, hal, std::regex("<name>([^<]+)</name>[\\s\\S]*<fqname>([^<]+)</fqname>")));
     binder_host::clearServices();
     EXPECT_EQ(0, registerService());
     return IVoxa::fromBinder(ndk::SpAIBinder(
-            AServiceManager_checkService((name[1].str() + "." + fqname[1].str()).c_str())));
+            AServiceManager_checkService((hal[1].str() + "." + hal[2].str()).c_str())));
 }
 
 class ScenarioTest : public testing::TestWithParam<std::filesystem::path> {};
