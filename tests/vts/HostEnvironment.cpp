@@ -117,8 +117,7 @@ class HostEnvironment : public testing::Environment {
 }  // namespace
 
 void startInstances() {
-    static const bool started = (testing::AddGlobalTestEnvironment(new HostEnvironment), true);
-    (void)started;
+    testing::AddGlobalTestEnvironment(new HostEnvironment);
 }
 
 }  // namespace voxa_vts

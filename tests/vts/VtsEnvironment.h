@@ -3,7 +3,7 @@
 // What the suite needs of the platform beyond the IVoxa interface: on a device the instances run
 // in their own processes; on the host HostEnvironment.cpp registers them over the fake PAL, whose
 // engine raises results on every started stream and refuses to start a second stream while one
-// runs. Called before the instances are listed; later calls do nothing.
+// runs. Called once, before the instances are listed.
 namespace voxa_vts {
 
 #ifdef __ANDROID__
