@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <chrono>
+#include <future>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -178,14 +180,17 @@ TEST_P(VoxaVts, ClientEndsItsSessionFromItsCallback) {
         SCOPED_TRACE(release ? "releaseSession" : "stopListening");
         auto ending = client();
         int32_t handle = open(ending);
-        auto ended = std::make_shared<std::atomic<int32_t>>(1);  // 1 until the first callback
+        auto ended = std::make_shared<std::promise<int32_t>>();
+        auto once = std::make_shared<std::atomic<bool>>(false);
         ending->onCall([=, voxa = mVoxa.get()] {
-            if (ended->load() != 1) return;
-            *ended = error(release ? voxa->releaseSession(handle) : voxa->stopListening(handle));
+            if (once->exchange(true)) return;
+            ended->set_value(
+                    error(release ? voxa->releaseSession(handle) : voxa->stopListening(handle)));
         });
+        std::future<int32_t> endedStatus = ended->get_future();
         ASSERT_EQ(kOk, error(mVoxa->startListening(handle, config())));
-        ASSERT_TRUE(ending->waitForDeliveries(1));
-        EXPECT_EQ(kOk, ended->load());
+        ASSERT_EQ(std::future_status::ready, endedStatus.wait_for(std::chrono::seconds(10)));
+        EXPECT_EQ(kOk, endedStatus.get());
         auto next = client();
         int32_t nextHandle = open(next);
         ASSERT_EQ(kOk, error(mVoxa->startListening(nextHandle, config())));
