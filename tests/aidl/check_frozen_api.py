@@ -24,6 +24,11 @@ FROZEN_HEADER = (
 )
 
 
+def read(path):
+    with open(path, encoding="utf-8") as f:
+        return f.read()
+
+
 def declared(blueprint):
     """(package name, declared versions in order, frozen flag) from the aidl_interface module."""
     name = re.search(r'^    name: "([^"]+)",$', blueprint, re.M)
@@ -34,8 +39,7 @@ def declared(blueprint):
 
 
 def problems(interface_dir, generated_version):
-    with open(os.path.join(interface_dir, "Android.bp"), encoding="utf-8") as f:
-        package, versions, frozen = declared(f.read())
+    package, versions, frozen = declared(read(os.path.join(interface_dir, "Android.bp")))
     if package is None or not versions:
         return ["Android.bp names no package or no frozen version"]
     found = []
@@ -56,11 +60,8 @@ def problems(interface_dir, generated_version):
         if version not in folders:
             found.append(f"version {version} is declared but {version_dir} is missing")
             continue
-        try:
-            with open(os.path.join(version_dir, ".hash"), encoding="ascii") as f:
-                stored = f.read().strip()
-        except OSError:
-            stored = ""
+        hash_file = os.path.join(version_dir, ".hash")
+        stored = read(hash_file).strip() if os.path.exists(hash_file) else ""
         computed = aidl_api_hash.compute_hash(version_dir, int(version))
         if stored != computed:
             found.append(f"{version_dir}/.hash holds {stored!r}, its files hash to {computed}")
@@ -75,14 +76,8 @@ def problems(interface_dir, generated_version):
     for path in sorted(current - frozen_files):
         found.append(f"{path} is defined but not frozen in {latest}")
     for path in sorted(frozen_files & current):
-        with open(os.path.join(latest, path), encoding="utf-8") as f:
-            text = f.read()
-        with open(os.path.join(interface_dir, path), encoding="utf-8") as f:
-            source = f.read()
-        if not text.startswith(FROZEN_HEADER):
-            found.append(f"{path}: the frozen copy does not start with the frozen-file header")
-        elif text[len(FROZEN_HEADER):] != source:
-            found.append(f"{path}: the frozen copy differs from the definition")
+        if read(os.path.join(latest, path)) != FROZEN_HEADER + read(os.path.join(interface_dir, path)):
+            found.append(f"{path}: the frozen copy is not the frozen-file header and the definition")
     return found
 
 
@@ -91,8 +86,7 @@ def main(argv):
         print(__doc__, file=sys.stderr)
         return 2
     found = problems(*argv)
-    for problem in found:
-        print(f"FAIL {problem}")
+    print("".join(f"FAIL {problem}\n" for problem in found), end="")
     print(f"frozen API: {len(found)} problem(s) in {argv[0]}")
     return 1 if found else 0
 

@@ -1,104 +1,65 @@
-// The service on the scripted engine: each scenario played to a client that uses IVoxa alone, the
-// scenario reader's refusals, the engine's stream contract, and the VINTF fragment against what
-// registerService registers.
+// The service on the scripted engine, found under the instance its VINTF fragment declares: each
+// scenario played to a client that uses IVoxa alone, the scenario reader's refusals, and the
+// engine's stream contract.
 
-#include <aidl/vendor/orbo/hardware/voxa/BnVoxaCallback.h>
-#include <aidl/vendor/orbo/hardware/voxa/BnVoxaGlobalCallback.h>
 #include <aidl/vendor/orbo/hardware/voxa/IVoxa.h>
 #include <aidl/vendor/orbo/hardware/voxa/ServiceError.h>
 #include <android/binder_manager.h>
 #include <binder_host/test_controls.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pal/pal_scripted.h>
 
-#include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <mutex>
+#include <iterator>
 #include <regex>
-#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Service.h"
+#include "support/RecordingCallback.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
 namespace {
 
 using namespace std::chrono_literals;
-
-// A client that writes down what it saw, a line each, in order: the statuses of its calls and the
-// callbacks it got.
-class Client : public BnVoxaCallback {
-  public:
-    ndk::ScopedAStatus add(const std::string& line) {
-        std::lock_guard<std::mutex> lock(mLock);
-        mText += line + "\n";
-        mChanged.notify_all();
-        return ndk::ScopedAStatus::ok();
-    }
-    bool waitFor(const std::string& line) {
-        std::unique_lock<std::mutex> lock(mLock);
-        return mChanged.wait_for(lock, 10s,
-                                 [&] { return mText.find("\n" + line + "\n") != mText.npos; });
-    }
-    std::string text() {
-        std::lock_guard<std::mutex> lock(mLock);
-        return mText;
-    }
-    ndk::ScopedAStatus onAsrEvent(int32_t handle, const VoxaEvent& event) override {
-        return add("onAsrEvent " + std::to_string(handle) + " " + event.toString());
-    }
-    ndk::ScopedAStatus onSdzEvent(int32_t handle, const SpeakerDiarizationEvent& event) override {
-        return add("onSdzEvent " + std::to_string(handle) + " " + event.toString());
-    }
-
-  private:
-    std::mutex mLock;
-    std::condition_variable mChanged;
-    std::string mText;  // guarded by mLock
-};
-
-struct GlobalClient : BnVoxaGlobalCallback {
-    explicit GlobalClient(std::shared_ptr<Client> client) : client(std::move(client)) {}
-    ndk::ScopedAStatus onResourcesAvailable() override {
-        return client->add("onResourcesAvailable");
-    }
-    std::shared_ptr<Client> client;
-};
-
-std::string describe(const ndk::ScopedAStatus& status) {
-    if (status.isOk()) return "OK";
-    return std::to_string(status.getServiceSpecificError()) + " " + status.getMessage();
-}
-
-std::shared_ptr<IVoxa> freshService(const char* instance) {
-    binder_host::clearServices();
-    EXPECT_EQ(0, registerService());
-    return IVoxa::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(instance)));
-}
+using voxa_test::CountingGlobalCallback;
+using voxa_test::RecordingCallback;
 
 std::string readFile(const std::string& path) {
     std::ifstream file(path);
     EXPECT_TRUE(file) << path;
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+// The instance that the VINTF fragment declares, freshly registered: a fragment that names
+// another instance than registerService registers finds no service.
+std::shared_ptr<IVoxa> freshService() {
+    std::string xml = readFile(VOXA_SOURCE_DIR "/service/vendor.orbo.hardware.voxa-service.xml");
+    std::smatch hal;
+    EXPECT_TRUE(std::regex_search(
+            xml, hal, std::regex("<name>([^<]+)</name>[\\s\\S]*<fqname>([^<]+)</fqname>")));
+    binder_host::clearServices();
+    EXPECT_EQ(0, registerService());
+    return IVoxa::fromBinder(ndk::SpAIBinder(
+            AServiceManager_checkService((hal[1].str() + "." + hal[2].str()).c_str())));
 }
 
 class ScenarioTest : public testing::TestWithParam<std::filesystem::path> {};
 
 // Plays the client's part as an app would: one session, started with partial results and time
 // stamps; after a busy start it waits for the engine to come free and tries once more; once the
-// scenario has played it stops and releases the session. What it sees is expected/<name>.txt.
+// scenario has played it stops and releases the session. What it saw, its calls' statuses, the
+// callbacks it got and how often it heard that resources were available, is expected/<name>.txt.
 TEST_P(ScenarioTest, ClientReceivesWhatTheScenarioSays) {
-    std::shared_ptr<IVoxa> voxa = freshService("vendor.orbo.hardware.voxa.IVoxa/default");
+    std::shared_ptr<IVoxa> voxa = freshService();
+    ASSERT_NE(nullptr, voxa);
     ASSERT_EQ("", pal_scripted::loadScenarioFile(GetParam()));
-    auto client = ndk::SharedRefBase::make<Client>();
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
     VoxaModel model;
     model.vendorUuid = "6f1d2c3b-8a47-4e95-b0c2-5d7e9a31f648";
     model.dataSize = 1024;
@@ -107,36 +68,43 @@ TEST_P(ScenarioTest, ClientReceivesWhatTheScenarioSays) {
     config.enable_partial_transcription = config.enable_text_timestamp = true;
     config.mode = TranscriptionMode::PARTIAL_CONTINUOUS;
 
-    auto global = ndk::SharedRefBase::make<GlobalClient>(client);
-    client->add("registerGlobalCallback " + describe(voxa->registerGlobalCallback(global)));
+    std::string seen;
+    auto note = [&](const std::string& call, const ndk::ScopedAStatus& status) {
+        seen += call + " " + status.getDescription() + "\n";
+        return status.getServiceSpecificError();
+    };
+    note("registerGlobalCallback", voxa->registerGlobalCallback(global));
     int32_t handle = -1;
     ndk::ScopedAStatus opened = voxa->initSession(model, client, &handle);
-    client->add("initSession " + describe(opened));
-    if (opened.isOk()) {
-        ndk::ScopedAStatus started = voxa->startListening(handle, config);
-        client->add("startListening " + describe(started));
-        if (started.getServiceSpecificError() ==
-                    static_cast<int>(ServiceError::RESOURCE_CONTENTION) &&
-            client->waitFor("onResourcesAvailable")) {
-            client->add("startListening " + describe(voxa->startListening(handle, config)));
-        }
+    note("initSession", opened);
+    if (opened.isOk() && note("startListening", voxa->startListening(handle, config)) ==
+                                 static_cast<int>(ServiceError::RESOURCE_CONTENTION)) {
+        for (int i = 0; i < 1000 && global->count() == 0; ++i) std::this_thread::sleep_for(10ms);
+        note("startListening", voxa->startListening(handle, config));
     }
     std::string error;
     EXPECT_EQ(0, pal_scripted::waitUntilPlayed(10s, &error)) << error;
+    for (const auto& delivery : client->deliveries()) {
+        seen += (delivery.asr ? "onAsrEvent " : "onSdzEvent ") + std::to_string(delivery.handle) +
+                " " + (delivery.asr ? delivery.asr->toString() : delivery.sdz->toString()) + "\n";
+    }
     if (opened.isOk()) {
-        client->add("stopListening " + describe(voxa->stopListening(handle)));
-        client->add("releaseSession " + describe(voxa->releaseSession(handle)));
+        note("stopListening", voxa->stopListening(handle));
+        note("releaseSession", voxa->releaseSession(handle));
     }
     binder_host::clearServices();
-    EXPECT_EQ(readFile(VOXA_EXPECTED_DIR "/" + GetParam().stem().string() + ".txt"),
-              client->text());
+    seen += "onResourcesAvailable " + std::to_string(global->count()) + "\n";
+    EXPECT_EQ(readFile(VOXA_SOURCE_DIR "/tests/device/expected/" + GetParam().stem().string() +
+                       ".txt"),
+              seen);
 }
 
 // The shipped scenarios and those of fields that no shipped one sets.
 std::vector<std::filesystem::path> scenarios() {
     std::vector<std::filesystem::path> found;
-    for (const char* dir : {VOXA_SCENARIO_DIR, VOXA_TEST_SCENARIO_DIR}) {
-        for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+    for (const char* dir : {"/tools/voxa/scenarios", "/tests/device/scenarios"}) {
+        for (const auto& entry :
+             std::filesystem::directory_iterator(VOXA_SOURCE_DIR + std::string(dir))) {
             if (entry.path().extension() == ".jsonl") found.push_back(entry.path());
         }
     }
@@ -195,22 +163,20 @@ TEST(ScenarioReaderTest, BadScenariosAreRefusedWithTheirLine) {
 
 // A stream opened and started through the PAL functions; its callback counts and runs `onEvent`.
 struct Probe {
-    std::function<void(pal_stream_handle*)> onEvent;
-    std::atomic<int> events{0};
-    pal_stream_handle* stream = nullptr;
-
     explicit Probe(std::function<void(pal_stream_handle*)> action) : onEvent(std::move(action)) {
-        EXPECT_EQ(0, pal_stream_open(nullptr, 0, nullptr, 0, nullptr, &Probe::callback,
+        auto callback = [](pal_stream_handle* stream, unsigned, unsigned*, unsigned,
+                           unsigned long me) {
+            ++reinterpret_cast<Probe*>(me)->events;
+            reinterpret_cast<Probe*>(me)->onEvent(stream);
+            return 0;
+        };
+        EXPECT_EQ(0, pal_stream_open(nullptr, 0, nullptr, 0, nullptr, callback,
                                      reinterpret_cast<unsigned long>(this), &stream));
         EXPECT_EQ(0, pal_stream_start(stream));
     }
-    static int32_t callback(pal_stream_handle* stream, unsigned int, unsigned int*, unsigned int,
-                            unsigned long cookie) {
-        auto* probe = reinterpret_cast<Probe*>(cookie);
-        ++probe->events;
-        probe->onEvent(stream);
-        return 0;
-    }
+    std::function<void(pal_stream_handle*)> onEvent;
+    std::atomic<int> events{0};
+    pal_stream_handle* stream = nullptr;
 };
 
 // After pal_stream_stop no event begins until the stream starts again; pal_stream_close from
@@ -253,21 +219,6 @@ TEST(ScriptedEngineTest, StreamsKeepThePalContract) {
     release.set_value();
     EXPECT_TRUE(closed.get());
     EXPECT_EQ(0, pal_scripted::waitUntilPlayed(1s));
-}
-
-// The fragment's package, interface, instance and version are those of the registered service.
-TEST(VintfFragmentTest, NamesTheRegisteredInstanceAndVersion) {
-    std::string xml = readFile(VOXA_VINTF_FRAGMENT);
-    std::smatch name, fqname, version;
-    ASSERT_TRUE(std::regex_search(xml, name, std::regex("<name>([^<]+)</name>")));
-    ASSERT_TRUE(std::regex_search(xml, fqname, std::regex("<fqname>([^<]+)</fqname>")));
-    ASSERT_TRUE(std::regex_search(xml, version, std::regex("<version>([0-9]+)</version>")));
-    std::shared_ptr<IVoxa> voxa = freshService((name[1].str() + "." + fqname[1].str()).c_str());
-    ASSERT_NE(nullptr, voxa);
-    int32_t registered = 0;
-    ASSERT_TRUE(voxa->getInterfaceVersion(&registered).isOk());
-    EXPECT_EQ(std::stoi(version[1]), registered);
-    binder_host::clearServices();
 }
 
 }  // namespace

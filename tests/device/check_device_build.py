@@ -18,38 +18,26 @@ def run(*command):
     return result.returncode, result.stdout + result.stderr
 
 
-def fragment_problems(path, expected_version):
-    code, out = run("xmllint", "--noout", path)
-    if code != 0:
-        return [f"{path} is not well-formed XML:\n{out}"]
-
-    def xpath(expression):
-        code, out = run("xmllint", "--xpath", expression, path)
-        return out.strip() if code == 0 else None
-
+def fragment_problems(path, version):
     expected = [("count(/manifest[@type='device']/hal)", "1", "one <hal> in a device manifest"),
                 ("string(/manifest/hal/@format)", "aidl", "format=\"aidl\""),
-                ("string(/manifest/hal/version)", expected_version, "the linked version")]
-    found = [f"{path}: expected {what} ({value}), found {xpath(query)!r}"
-             for query, value, what in expected if xpath(query) != value]
-    if not xpath("string(/manifest/hal/name)") or not re.fullmatch(
-            r"I[A-Za-z0-9]+/[a-z0-9_]+", xpath("string(/manifest/hal/fqname)") or ""):
-        found.append(f"{path}: <name> and <fqname> must give package and Interface/instance")
-    return found
+                ("string(/manifest/hal/version)", version, "the linked version")]
+    # xmllint prints its parser errors in place of a value when the file is not well-formed.
+    return [f"{path}: expected {what} ({value}), found {got!r}" for query, value, what in expected
+            for got in [run("xmllint", "--xpath", query, path)[1].strip()] if got != value]
 
 
 def build_file_problems(repo):
     found, texts = [], {}
     for root, dirs, files in os.walk(repo):
         dirs[:] = sorted(d for d in dirs if d not in {".git", "build"})
-        if "Android.bp" not in files:
-            continue
-        path = os.path.join(root, "Android.bp")
-        code, out = run("bpfmt", "-d", path)
-        if code != 0 or out:
-            found.append(f"{path} does not parse or is not formatted as bpfmt formats it:\n{out}")
-        with open(path, encoding="utf-8") as f:
-            texts[path] = f.read()
+        if "Android.bp" in files:
+            path = os.path.join(root, "Android.bp")
+            code, out = run("bpfmt", "-d", path)
+            if code != 0 or out:
+                found.append(f"{path} does not parse or is not formatted as bpfmt formats it:\n{out}")
+            with open(path, encoding="utf-8") as f:
+                texts[path] = f.read()
     frozen = [re.findall(r'^ {12}version: "(\d+)",$', text, re.M)
               for text in texts.values() if "aidl_interface {" in text]
     latest = frozen[0][-1] if len(frozen) == 1 and frozen[0] else None
@@ -82,9 +70,7 @@ def main(argv):
         print(__doc__, file=sys.stderr)
         return 2
     found = checks[argv[0]](argv[1])
-    for problem in found:
-        print(f"FAIL {problem}")
-    print(f"{argv[0]}: {len(found)} problem(s)")
+    print("".join(f"FAIL {problem}\n" for problem in found) + f"{argv[0]}: {len(found)} problem(s)")
     return 1 if found else 0
 
 

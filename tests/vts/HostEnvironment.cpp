@@ -24,29 +24,21 @@ using fake_pal::Call;
 using fake_pal::FakePal;
 using fake_pal::Function;
 
-constexpr int32_t kBusy = -16;
-
-std::vector<uint8_t> resultPayload() {
-    pal_asr_event header{};
-    header.num_events = 1;
-    pal_asr_result result{};
-    std::strcpy(result.text, "hello");
-    std::vector<uint8_t> payload(sizeof(header) + sizeof(result));
-    std::memcpy(payload.data(), &header, sizeof(header));
-    std::memcpy(payload.data() + sizeof(header), &result, sizeof(result));
-    return payload;
-}
-
-// One recogniser behind every stream: while a stream is started it raises a result on it every
-// few milliseconds from its own thread, and when the stream stops it flushes one last result,
-// which reaches the service after its stop and must go no further. It refuses (EBUSY) to start a
-// stream while another runs, a stream started again while it runs included. It learns which
-// streams run from the calls the fake PAL recorded, so nothing may reset the fake while it runs;
-// a refusal it scripts in the start's hook is taken by the next recorded start.
+// One recogniser behind every stream. While a stream is started it raises a result on it every
+// 2 ms from its own thread; a stopped stream gets one last result, which reaches the service after
+// its stop and must go no further. A start while another stream runs is refused (EBUSY). It reads
+// which streams run from the fake's record of calls, so nothing may reset the fake while it runs;
+// the refusal queued in the start's hook is taken by the next recorded start.
 class Engine {
   public:
     Engine() {
-        pal().setHook(Function::StreamStart, [this] { beforeStart(); });
+        FakePal::instance().setHook(Function::StreamStart, [this] {
+            std::lock_guard<std::mutex> lock(mLock);
+            catchUpLocked();
+            if (mStarted.empty()) return;
+            ++mRefusals;
+            FakePal::instance().queueResults(Function::StreamStart, {-16});
+        });
         mThread = std::thread(&Engine::run, this);
     }
     ~Engine() {
@@ -56,23 +48,19 @@ class Engine {
         }
         mWake.notify_all();
         mThread.join();
-        pal().setHook(Function::StreamStart, nullptr);
+        FakePal::instance().setHook(Function::StreamStart, nullptr);
     }
 
   private:
-    static FakePal& pal() { return FakePal::instance(); }
-
     // Requires mLock.
     void catchUpLocked() {
-        std::vector<Call> calls = pal().calls();
+        std::vector<Call> calls = FakePal::instance().calls();
         for (; mSeen < calls.size(); ++mSeen) {
             const Call& call = calls[mSeen];
-            if (call.function == Function::StreamStart) {
-                if (mRefusals > 0) {
-                    --mRefusals;
-                } else {
-                    mStarted.insert(call.stream);
-                }
+            if (call.function == Function::StreamStart && mRefusals > 0) {
+                --mRefusals;
+            } else if (call.function == Function::StreamStart) {
+                mStarted.insert(call.stream);
             } else if (call.function == Function::StreamStop && mStarted.erase(call.stream)) {
                 mFlushing.push_back(call.stream);
             } else if (call.function == Function::StreamClose) {
@@ -81,17 +69,12 @@ class Engine {
         }
     }
 
-    void beforeStart() {
-        std::lock_guard<std::mutex> lock(mLock);
-        catchUpLocked();
-        if (mStarted.empty()) return;
-        ++mRefusals;
-        pal().queueResults(Function::StreamStart, {kBusy});
-    }
-
     // Raises without mLock held: a client may start a stream from inside the result's callback.
     void run() {
-        const std::vector<uint8_t> payload = resultPayload();
+        std::vector<uint8_t> payload(sizeof(pal_asr_event) + sizeof(pal_asr_result));
+        auto* event = reinterpret_cast<pal_asr_event*>(payload.data());
+        event->num_events = 1;
+        std::strcpy(event->event[0].text, "hello");
         std::unique_lock<std::mutex> lock(mLock);
         while (!mStopping) {
             catchUpLocked();
@@ -99,7 +82,8 @@ class Engine {
             streams.swap(mFlushing);
             streams.insert(streams.end(), mStarted.begin(), mStarted.end());
             lock.unlock();
-            for (pal_stream_handle* stream : streams) pal().raiseEvent(stream, 0, payload);
+            for (pal_stream_handle* stream : streams)
+                FakePal::instance().raiseEvent(stream, 0, payload);
             lock.lock();
             mWake.wait_for(lock, std::chrono::milliseconds(2), [&] { return mStopping; });
         }
@@ -108,15 +92,15 @@ class Engine {
     std::mutex mLock;
     std::condition_variable mWake;
     size_t mSeen = 0;                           // guarded by mLock; calls already read
-    int mRefusals = 0;                          // guarded by mLock; scripted, not yet recorded
+    int mRefusals = 0;                          // guarded by mLock; queued, not yet recorded
     std::set<pal_stream_handle*> mStarted;      // guarded by mLock
     std::vector<pal_stream_handle*> mFlushing;  // guarded by mLock; stopped, last result due
     bool mStopping = false;                     // guarded by mLock
     std::thread mThread;
 };
 
-// Registers the service when built, so that its instance can be listed before the tests run (a
-// failed registration lists none, which fails the run); the engine runs from SetUp to TearDown.
+// Registers the service when built, so that its instance is listed before the tests run (a failed
+// registration lists none, which fails the run); the engine runs from SetUp to TearDown.
 class HostEnvironment : public testing::Environment {
   public:
     HostEnvironment() { registerService(); }
@@ -133,13 +117,7 @@ class HostEnvironment : public testing::Environment {
 }  // namespace
 
 void startInstances() {
-    static const bool started = (testing::AddGlobalTestEnvironment(new HostEnvironment), true);
-    (void)started;
-}
-
-bool killClientProcess(AIBinder* client) {
-    binder_host::killProcessOf(client);
-    return true;
+    testing::AddGlobalTestEnvironment(new HostEnvironment);
 }
 
 }  // namespace voxa_vts

@@ -13,6 +13,7 @@
 #include <future>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "VtsEnvironment.h"
@@ -37,10 +38,6 @@ int32_t error(const ndk::ScopedAStatus& status) {
     if (status.isOk()) return kOk;
     EXPECT_EQ(EX_SERVICE_SPECIFIC, status.getExceptionCode()) << status.getDescription();
     return status.getServiceSpecificError();
-}
-
-bool okOrDefinedError(int32_t code) {
-    return code <= kOk && code >= static_cast<int32_t>(ServiceError::FAILURE);
 }
 
 VoxaConfig config(const std::string& input = "en-US", const std::string& output = "en-US") {
@@ -80,7 +77,8 @@ class VoxaVts : public testing::TestWithParam<std::string> {
         mVoxa = IVoxa::fromBinder(
                 ndk::SpAIBinder(AServiceManager_waitForService(GetParam().c_str())));
         ASSERT_NE(nullptr, mVoxa);
-        ASSERT_EQ(kOk, error(mVoxa->registerGlobalCallback(mGlobal)));
+        ASSERT_EQ(kOk, error(mVoxa->registerGlobalCallback(
+                               ndk::SharedRefBase::make<CountingGlobalCallback>())));
     }
     void TearDown() override {
         for (int32_t handle : mHandles) mVoxa->releaseSession(handle);
@@ -99,23 +97,24 @@ class VoxaVts : public testing::TestWithParam<std::string> {
     }
 
     std::shared_ptr<IVoxa> mVoxa;
-    std::shared_ptr<CountingGlobalCallback> mGlobal =
-            ndk::SharedRefBase::make<CountingGlobalCallback>();
     std::vector<int32_t> mHandles;
 };
 
-TEST_P(VoxaVts, HandlesAreDistinctAndCountUp) {
+// Handles count up and are never reused; stop and release may be repeated; a released or
+// never-issued handle is refused by every call that takes one.
+TEST_P(VoxaVts, SessionLifecycle) {
     int32_t first = open(client()), second = open(client()), third = open(client());
     EXPECT_LT(first, second);
     EXPECT_LT(second, third);
+    int32_t idle = error(mVoxa->stopListening(second));
+    ASSERT_EQ(kOk, error(mVoxa->startListening(second, config())));
+    EXPECT_EQ(kOk, error(mVoxa->stopListening(second)));
+    for (int32_t code : {idle, error(mVoxa->stopListening(second))}) {
+        EXPECT_TRUE(code <= kOk && code >= static_cast<int32_t>(ServiceError::FAILURE)) << code;
+    }
     ASSERT_EQ(kOk, error(mVoxa->releaseSession(second)));
     EXPECT_LT(third, open(client()));
-}
-
-TEST_P(VoxaVts, UnknownHandlesAreInvalid) {
-    int32_t released = open(client());
-    ASSERT_EQ(kOk, error(mVoxa->releaseSession(released)));
-    for (int32_t handle : {released, -1}) {
+    for (int32_t handle : {second, -1}) {
         SCOPED_TRACE(handle);
         EXPECT_EQ(kInvalid, error(mVoxa->startListening(handle, config())));
         EXPECT_EQ(kInvalid,
@@ -132,86 +131,46 @@ TEST_P(VoxaVts, InvalidConfigurationsAndParametersAreRefused) {
     EXPECT_EQ(kInvalid, error(mVoxa->startListening(handle, config("xx-XX"))));
     ASSERT_EQ(kOk, error(mVoxa->startListening(handle, config())));
     EXPECT_EQ(kInvalid, error(mVoxa->startListening(handle, config("en-US", "en-us"))));
-    EXPECT_EQ(kInvalid, error(mVoxa->setParameter(handle, parameter(ParameterType::INVALID, 1))));
-    EXPECT_EQ(kInvalid, error(mVoxa->setParameter(handle, parameter(ParameterType(7), 1))));
-    EXPECT_EQ(kInvalid,
-              error(mVoxa->setParameter(handle, parameter(ParameterType::CUSTOM_EXTRAS, 21))));
-    EXPECT_EQ(kOk, error(mVoxa->setParameter(handle, parameter(ParameterType::CUSTOM_EXTRAS, 20))));
-    EXPECT_EQ(kOk,
-              error(mVoxa->setParameter(handle, parameter(ParameterType::FORCE_OUTPUT_EVENT, 0))));
+    for (auto [type, size, expected] : {std::tuple(ParameterType::INVALID, 1, kInvalid),
+                                        {ParameterType(7), 1, kInvalid},
+                                        {ParameterType::CUSTOM_EXTRAS, 21, kInvalid},
+                                        {ParameterType::CUSTOM_EXTRAS, 20, kOk},
+                                        {ParameterType::FORCE_OUTPUT_EVENT, 0, kOk}}) {
+        EXPECT_EQ(expected, error(mVoxa->setParameter(handle, parameter(type, size)))) << size;
+    }
     EXPECT_TRUE(events->waitForDeliveries(events->deliveries().size() + 1));
 }
 
-TEST_P(VoxaVts, SecondSessionStartsOnceTheFirstIsReleased) {
-    int32_t first = open(client());
-    auto second = client();
-    int32_t secondHandle = open(second);
-    ASSERT_EQ(kOk, error(mVoxa->startListening(first, config())));
-    int32_t started = error(mVoxa->startListening(secondHandle, config()));
-    EXPECT_TRUE(started == kOk || started == kContention) << started;
-    ASSERT_EQ(kOk, error(mVoxa->releaseSession(first)));
-    if (started != kOk) {
-        EXPECT_EQ(kOk, error(mVoxa->startListening(secondHandle, config())));
-    }
-    EXPECT_TRUE(second->waitForDeliveries(1));
-}
-
-TEST_P(VoxaVts, StopAndReleaseAreIdempotent) {
-    int32_t handle = open(client());
-    int32_t idle = error(mVoxa->stopListening(handle));
-    EXPECT_TRUE(okOrDefinedError(idle)) << idle;
-    ASSERT_EQ(kOk, error(mVoxa->startListening(handle, config())));
-    EXPECT_EQ(kOk, error(mVoxa->stopListening(handle)));
-    int32_t again = error(mVoxa->stopListening(handle));
-    EXPECT_TRUE(okOrDefinedError(again)) << again;
-    EXPECT_EQ(kOk, error(mVoxa->releaseSession(handle)));
-    EXPECT_EQ(kInvalid, error(mVoxa->releaseSession(handle)));
-}
-
-// Once a second session has had a result, any late result of the first has had its turn.
+// While one session listens another may be refused for contention; once the first has stopped the
+// second starts, and when it has had a result any late result of the first has had its turn.
 TEST_P(VoxaVts, EventsArriveOnlyBetweenStartAndStop) {
     auto first = client(), second = client();
     int32_t firstHandle = open(first), secondHandle = open(second);
     ASSERT_EQ(kOk, error(mVoxa->startListening(firstHandle, config())));
     ASSERT_TRUE(first->waitForDeliveries(1));
+    int32_t started = error(mVoxa->startListening(secondHandle, config()));
+    EXPECT_TRUE(started == kOk || started == kContention) << started;
     ASSERT_EQ(kOk, error(mVoxa->stopListening(firstHandle)));
     size_t atStop = first->deliveries().size();
-    EXPECT_TRUE(second->deliveries().empty());
-    ASSERT_EQ(kOk, error(mVoxa->startListening(secondHandle, config())));
+    if (started != kOk) {
+        EXPECT_TRUE(second->deliveries().empty());
+        ASSERT_EQ(kOk, error(mVoxa->startListening(secondHandle, config())));
+    }
     ASSERT_TRUE(second->waitForDeliveries(1));
     EXPECT_EQ(atStop, first->deliveries().size());
     for (const auto& delivery : first->deliveries()) EXPECT_EQ(firstHandle, delivery.handle);
     for (const auto& delivery : second->deliveries()) EXPECT_EQ(secondHandle, delivery.handle);
 }
 
-TEST_P(VoxaVts, ClientDeathReleasesItsSessions) {
-    auto dying = ndk::SharedRefBase::make<CountingGlobalCallback>();
-    ASSERT_EQ(kOk, error(mVoxa->registerGlobalCallback(dying)));
-    int32_t orphan = open(client());
-    ASSERT_EQ(kOk, error(mVoxa->startListening(orphan, config())));
-    if (!voxa_vts::killClientProcess(dying->asBinder().get())) {
-        GTEST_SKIP() << "a client's death needs the client in a second process";
-    }
-    EXPECT_EQ(kInvalid, error(mVoxa->stopListening(orphan)));
-    ASSERT_EQ(kOk, error(mVoxa->registerGlobalCallback(mGlobal)));
-    auto next = client();
-    EXPECT_EQ(kOk, error(mVoxa->startListening(open(next), config())));
-    EXPECT_TRUE(next->waitForDeliveries(1));
-}
-
 TEST_P(VoxaVts, SupportedLanguagesAreAppended) {
-    std::vector<std::string> languages{"kept"};
+    std::vector<std::string> languages;
     ASSERT_EQ(kOk, error(mVoxa->getSupportedLanguages(-1, &languages)));
-    ASSERT_EQ(101u, languages.size());
-    EXPECT_EQ("kept", languages[0]);
-    EXPECT_EQ("english : en-US", languages[1]);
-    for (size_t i = 1; i < languages.size(); ++i) {
-        EXPECT_NE(std::string::npos, languages[i].find(" : ")) << languages[i];
-    }
+    ASSERT_EQ(100u, languages.size());
+    EXPECT_EQ("english : en-US", languages[0]);
+    for (const std::string& row : languages) EXPECT_NE(std::string::npos, row.find(" : ")) << row;
     ASSERT_EQ(kOk, error(mVoxa->getSupportedLanguages(open(client()), &languages)));
-    ASSERT_EQ(201u, languages.size());
-    EXPECT_TRUE(
-            std::equal(languages.begin() + 1, languages.begin() + 101, languages.begin() + 101));
+    ASSERT_EQ(200u, languages.size());
+    EXPECT_TRUE(std::equal(languages.begin(), languages.begin() + 100, languages.begin() + 100));
 }
 
 // The call made from inside the callback ends the session: no later result, and the engine is
