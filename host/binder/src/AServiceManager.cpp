@@ -68,10 +68,6 @@ AIBinder* AServiceManager_checkService(const char* instance) {
     return findLocked(table, instance);
 }
 
-AIBinder* AServiceManager_getService(const char* instance) {
-    return AServiceManager_checkService(instance);
-}
-
 AIBinder* AServiceManager_waitForService(const char* instance) {
     if (instance == nullptr) return nullptr;
     ServiceTable& table = serviceTable();
@@ -79,13 +75,6 @@ AIBinder* AServiceManager_waitForService(const char* instance) {
     AIBinder* binder = nullptr;
     table.mAdded.wait(lock, [&] { return (binder = findLocked(table, instance)) != nullptr; });
     return binder;
-}
-
-bool AServiceManager_isDeclared(const char* instance) {
-    if (instance == nullptr) return false;
-    ServiceTable& table = serviceTable();
-    std::lock_guard<std::mutex> lock(table.mLock);
-    return table.mServices.count(instance) != 0;
 }
 
 void AServiceManager_forEachDeclaredInstance(const char* interface, void* context,

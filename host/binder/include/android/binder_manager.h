@@ -27,20 +27,11 @@ binder_status_t AServiceManager_addService(AIBinder* binder, const char* instanc
  */
 AIBinder* AServiceManager_checkService(const char* instance);
 
-/* As AServiceManager_checkService: there is no service to start or wait for on this host. */
-AIBinder* AServiceManager_getService(const char* instance);
-
 /*
  * As AServiceManager_checkService, but blocks until something is registered under `instance`.
  * Null only for a null `instance`.
  */
 AIBinder* AServiceManager_waitForService(const char* instance);
-
-/*
- * Whether `instance` ("<descriptor>/<name>") is declared. With no VINTF manifest on this host, an
- * instance is declared while something is registered under it. False for a null `instance`.
- */
-bool AServiceManager_isDeclared(const char* instance);
 
 /*
  * Calls `callback` once for every declared instance of the interface `interface` (a descriptor),
