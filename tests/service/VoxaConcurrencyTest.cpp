@@ -91,32 +91,6 @@ TEST_F(VoxaConcurrencyTest, EveryOperationWorksFromInsideACallback) {
     EXPECT_THAT(pal().openStreams(), ::testing::IsEmpty());
 }
 
-// The most natural client: it stops or releases its session when the result arrives.
-TEST_F(VoxaConcurrencyTest, ClientEndsItsSessionFromItsCallback) {
-    auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    constexpr int kRounds = 10000;
-    std::vector<uint8_t> payload = asrPayload("final");
-    int unexpected = 0;
-    for (int i = 0; i < kRounds; ++i) {
-        int32_t handle = openSession(client);
-        pal_stream_handle* stream = lastStream();
-        if (!mVoxa->startListening(handle, englishConfig()).isOk()) unexpected++;
-        bool release = i % 2 == 1;
-        client->onCall([&] {
-            bool ok = release ? mVoxa->releaseSession(handle).isOk()
-                              : mVoxa->stopListening(handle).isOk();
-            if (!ok) unexpected++;
-        });
-        if (pal().raiseEvent(stream, 0, payload) != 0) unexpected++;
-        client->onCall(nullptr);
-        if (!release && !mVoxa->releaseSession(handle).isOk()) unexpected++;
-        if (i % 100 == 0) mLog.clear();
-    }
-    EXPECT_EQ(0, unexpected);
-    EXPECT_EQ(static_cast<size_t>(kRounds), client->deliveries().size());
-    EXPECT_THAT(pal().openStreams(), ::testing::IsEmpty());
-}
-
 // While a callback of one session stops another, the client dies: neither waits for the other.
 TEST_F(VoxaConcurrencyTest, CallbackStoppingAnotherSessionDuringClientDeath) {
     auto client = ndk::SharedRefBase::make<RecordingCallback>();

@@ -369,7 +369,7 @@ TEST_F(VoxaTest, GlobalCallbackRegistration) {
 
     EXPECT_TRUE(pal().notifyResourcesAvailable());
     EXPECT_EQ(1, first->count());
-    EXPECT_EQ(FakePal::instance().eventThread(), first->threads().at(0));
+    EXPECT_EQ(FakePal::instance().eventThread(), first->lastThread());
 
     // A refused PAL registration keeps the callback there was.
     auto refused = ndk::SharedRefBase::make<CountingGlobalCallback>();

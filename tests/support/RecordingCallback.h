@@ -88,7 +88,7 @@ class CountingGlobalCallback : public BnVoxaGlobalCallback {
         {
             std::lock_guard<std::mutex> lock(mLock);
             ++mCount;
-            mThreads.push_back(std::this_thread::get_id());
+            mLastThread = std::this_thread::get_id();
             hook = mHook;
         }
         if (hook) hook();
@@ -103,16 +103,16 @@ class CountingGlobalCallback : public BnVoxaGlobalCallback {
         std::lock_guard<std::mutex> lock(mLock);
         return mCount;
     }
-    std::vector<std::thread::id> threads() const {
+    std::thread::id lastThread() const {
         std::lock_guard<std::mutex> lock(mLock);
-        return mThreads;
+        return mLastThread;
     }
 
   private:
     mutable std::mutex mLock;
-    int mCount = 0;                         // guarded by mLock
-    std::vector<std::thread::id> mThreads;  // guarded by mLock
-    std::function<void()> mHook;            // guarded by mLock
+    int mCount = 0;               // guarded by mLock
+    std::thread::id mLastThread;  // guarded by mLock
+    std::function<void()> mHook;  // guarded by mLock
 };
 
 }  // namespace voxa_test
