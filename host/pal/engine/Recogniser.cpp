@@ -2,6 +2,7 @@
 
 #include <pocketsphinx.h>
 #include <sphinxbase/err.h>
+#include <sphinxbase/fe.h>
 #include <sphinxbase/feat.h>
 
 #include <algorithm>
@@ -15,6 +16,9 @@ namespace {
 
 // The search of the whole-utterance pass, beside the first pass's "_default".
 constexpr char kWholeSearch[] = "whole";
+// Frames the detector makes at a time; a 50 ms block makes at most 5, and the onset of speech
+// adds those the detector held back from before it.
+constexpr size_t kDetectorFrames = 64;
 
 // Words that mark silence, breath or noise rather than speech: "<s>", "<sil>", "[NOISE]"...
 bool isFiller(const std::string& word) {
@@ -74,6 +78,9 @@ Recogniser::Recogniser(cmd_ln_t* config, ps_decoder_t* decoder, std::unique_ptr<
       mIdentity(std::move(identity)) {}
 
 Recogniser::~Recogniser() {
+    if (mDetector != nullptr) {
+        fe_free(mDetector);
+    }
     ps_free(mDecoder);
     cmd_ln_free_r(mConfig);
 }
@@ -105,6 +112,16 @@ int32_t Recogniser::prepare() {
     if (status < 0 || ps_set_search(mDecoder, "_default") < 0) {
         return -EINVAL;
     }
+    // The decoder's configuration now holds the model's feature parameters, from which it made
+    // its own front end; the detector's silence is the decoder's.
+    if (mDetector != nullptr) {
+        fe_free(mDetector);
+    }
+    mDetector = fe_init_auto_r(mConfig);
+    if (mDetector == nullptr) {
+        return -EINVAL;
+    }
+    mDetectorFrames.resize(kDetectorFrames * static_cast<size_t>(fe_get_output_size(mDetector)));
     return 0;
 }
 
@@ -121,15 +138,21 @@ int32_t Recogniser::setSilence(int32_t ms) {
     return 0;
 }
 
-void Recogniser::beginRecording() {
+void Recogniser::beginRecording(bool search) {
     endRecording();
     cmn_t* mean = ps_get_feat(mDecoder)->cmn_struct;
     std::copy(mInitialMean.begin(), mInitialMean.end(), mean->cmn_mean);
     std::copy(mInitialSum.begin(), mInitialSum.end(), mean->sum);
     mean->nframe = mInitialFrames;
     ps_start_stream(mDecoder);
-    ps_start_utt(mDecoder);
-    mUtteranceOpen = true;
+    mSearching = search;
+    if (search) {
+        ps_start_utt(mDecoder);
+        mUtteranceOpen = true;
+    } else {
+        fe_start_stream(mDetector);
+        fe_start_utt(mDetector);
+    }
 }
 
 void Recogniser::endRecording() {
@@ -140,17 +163,41 @@ void Recogniser::endRecording() {
 }
 
 bool Recogniser::process(const int16_t* samples, size_t count) {
-    ps_process_raw(mDecoder, samples, count, FALSE, FALSE);
-    return ps_get_in_speech(mDecoder) != 0;
+    if (mSearching) {
+        ps_process_raw(mDecoder, samples, count, FALSE, FALSE);
+        return ps_get_in_speech(mDecoder) != 0;
+    }
+    const size_t size = static_cast<size_t>(fe_get_output_size(mDetector));
+    mfcc_t* rows[kDetectorFrames];
+    for (size_t i = 0; i < kDetectorFrames; ++i) {
+        rows[i] = mDetectorFrames.data() + i * size;
+    }
+    const int16* next = samples;
+    size_t left = count;
+    while (left > 0) {
+        const size_t before = left;
+        int32 made = static_cast<int32>(kDetectorFrames);
+        if (fe_process_frames(mDetector, &next, &left, rows, &made, nullptr) < 0 ||
+            (made == 0 && left == before)) {
+            break;
+        }
+    }
+    return fe_get_vad_state(mDetector) != 0;
 }
 
 std::string Recogniser::hypothesis() {
+    if (!mSearching) {
+        return "";
+    }
     int32 score = 0;
     const char* text = ps_get_hyp(mDecoder, &score);
     return text == nullptr ? "" : text;
 }
 
 int64_t Recogniser::silenceAfterLastWordMs() {
+    if (!mSearching) {
+        return -1;
+    }
     // The best path so far reaches the frame the search has come to; its last segments are
     // fillers when nothing but silence or noise has followed the last word.
     int lastWordEnd = -1;
@@ -175,7 +222,6 @@ Result Recogniser::endUtterance() {
 }
 
 Result Recogniser::decodeWhole(const int16_t* samples, size_t count, int64_t startMs) {
-    ps_end_utt(mDecoder);
     mCepstra.clear();
     mFrontEnd->reset();
     mFrontEnd->process(samples, count, &mCepstra);
@@ -187,10 +233,8 @@ Result Recogniser::decodeWhole(const int16_t* samples, size_t count, int64_t sta
     }
 
     // The first pass keeps a running cepstral mean across utterances; this pass takes the mean
-    // of the utterance itself, and the first pass gets its own back afterwards.
+    // of the utterance itself (overwriting the running one, which beginRecording restores).
     feat_t* features = ps_get_feat(mDecoder);
-    std::vector<mfcc_t> runningMean(static_cast<size_t>(feat_cepsize(features)));
-    cmn_live_get(features->cmn_struct, runningMean.data());
     const cmn_type_t firstPassMean = features->cmn;
     features->cmn = CMN_BATCH;
     ps_set_search(mDecoder, kWholeSearch);
@@ -200,9 +244,6 @@ Result Recogniser::decodeWhole(const int16_t* samples, size_t count, int64_t sta
     Result result = collect(startMs, true);
     ps_set_search(mDecoder, "_default");
     features->cmn = firstPassMean;
-    cmn_live_set(features->cmn_struct, runningMean.data());
-
-    ps_start_utt(mDecoder);
     return result;
 }
 

@@ -20,7 +20,7 @@ Recording::Recording(Recogniser& recogniser, const Settings& settings, Translato
       mFrontEnd(std::move(frontEnd)),
       mRaise(std::move(raise)),
       mDiarizer(mFrontEnd == nullptr ? 1 : mFrontEnd->size()) {
-    mRecogniser.beginRecording();
+    mRecogniser.beginRecording(mSettings.partial);
 }
 
 Recording::~Recording() {
@@ -108,8 +108,8 @@ bool Recording::feed(const std::vector<int16_t>& pcm) {
         keep(pcm);
     }
     if (mInUtterance) {
-        // The detector's silence, or as much after the last word: breaths and noise after it
-        // would keep the detector hearing speech.
+        // The detector's silence, or (with the first pass's search, in the partial modes) as
+        // much after the last word: breaths and noise after it keep the detector hearing speech.
         const int64_t quiet = mRecogniser.silenceAfterLastWordMs();
         if (!speech || quiet >= mSettings.silenceMs) {
             return finishUtterance(Ending::Silence);
