@@ -79,16 +79,11 @@ void decodeWhole(ps_decoder_t* decoder, fe_t* frontEnd, const std::vector<int16_
     fe_end_utt(frontEnd, rows[frames], &last);
     frames += last;
 
-    feat_t* features = ps_get_feat(decoder);
-    const cmn_type_t firstPass = features->cmn;
-    features->cmn = CMN_BATCH;
-    ps_set_search(decoder, "whole");
+    ps_get_feat(decoder)->cmn = CMN_BATCH;
     ps_start_utt(decoder);
     ps_process_cep(decoder, rows.data(), frames, FALSE, TRUE);
     ps_end_utt(decoder);
     appendHypothesis(decoder, words);
-    ps_set_search(decoder, "_default");
-    features->cmn = firstPass;
 }
 
 }  // namespace
@@ -128,21 +123,25 @@ bool recogniseDirectly(const std::string& modelImage, const std::string& path, b
     cmd_ln_t* config =
             cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", files["acoustic-model"].c_str(), "-lm",
                         files["language-model"].c_str(), "-dict", files["dictionary"].c_str(),
-                        "-vad_postspeech", silence.c_str(), "-fwdflat", "no", nullptr);
+                        "-vad_postspeech", silence.c_str(), nullptr);
     ps_decoder_t* decoder = config == nullptr ? nullptr : ps_init(config);
     if (decoder == nullptr) {
         if (config != nullptr) cmd_ln_free_r(config);
         return false;
     }
-    // The second search on the language model itself, not on the first search's set of it.
-    ngram_model_set_iter_t* first = ngram_model_set_iter(ps_get_lm(decoder, "_default"));
-    const char* name = nullptr;
-    ngram_model_t* model = ngram_model_set_iter_model(first, &name);
-    ngram_model_set_iter_free(first);
-    cmd_ln_set_boolean_r(config, "-fwdflat", TRUE);
-    ps_set_lm(decoder, "whole", model);
-    cmd_ln_set_boolean_r(config, "-fwdflat", FALSE);
-    ps_set_search(decoder, "_default");
+    if (!wholeUtterance) {
+        // The decoder's own search is the whole-utterance pass's; the first pass's is another
+        // without the forward-flat pass, on the language model itself rather than on the set of
+        // it that the decoder's search holds.
+        ngram_model_set_iter_t* first = ngram_model_set_iter(ps_get_lm(decoder, "_default"));
+        const char* name = nullptr;
+        ngram_model_t* model = ngram_model_set_iter_model(first, &name);
+        ngram_model_set_iter_free(first);
+        cmd_ln_set_boolean_r(config, "-fwdflat", FALSE);
+        ps_set_lm(decoder, "first", model);
+        cmd_ln_set_boolean_r(config, "-fwdflat", TRUE);
+        ps_set_search(decoder, "first");
+    }
     // The decoder's configuration holds the model's feature parameters now: a twin of its own
     // front end, voice-activity detector included.
     fe_t* detector = fe_init_auto_r(config);

@@ -14,8 +14,11 @@ namespace pal_engine {
 
 namespace {
 
-// The search of the whole-utterance pass, beside the first pass's "_default".
-constexpr char kWholeSearch[] = "whole";
+// The decoder's own search, which ps_init makes as pocketsphinx_batch's: the whole-utterance
+// pass's.
+constexpr char kWholeSearch[] = "_default";
+// The first pass's, made beside it when a recording first wants one.
+constexpr char kFirstPassSearch[] = "first";
 // Frames the detector makes at a time; a 50 ms block makes at most 5, and the onset of speech
 // adds those the detector held back from before it.
 constexpr size_t kDetectorFrames = 64;
@@ -44,13 +47,11 @@ int32_t Recogniser::create(const ModelImage& image, const std::string& identity,
                            std::unique_ptr<Recogniser>* recogniser) {
     // The recogniser's own log would go to stderr; the engine reports through its statuses.
     err_set_logfp(nullptr);
-    // The first pass ends an utterance without the forward-flat pass, so that its final result
-    // follows the utterance's end at once; the whole-utterance pass has its own search.
     std::string silenceFrames = std::to_string(kDefaultSilenceMs / kFrameMs);
     cmd_ln_t* config =
             cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", image.acousticModel.c_str(), "-lm",
                         image.languageModel.c_str(), "-dict", image.dictionary.c_str(),
-                        "-vad_postspeech", silenceFrames.c_str(), "-fwdflat", "no", nullptr);
+                        "-vad_postspeech", silenceFrames.c_str(), nullptr);
     if (config == nullptr) {
         return -EINVAL;
     }
@@ -63,7 +64,7 @@ int32_t Recogniser::create(const ModelImage& image, const std::string& identity,
     std::unique_ptr<Recogniser> made(
             new Recogniser(config, decoder, std::move(frontEnd), identity));
     if (made->mFrontEnd == nullptr || cmd_ln_int32_r(config, "-frate") != 1000 / kFrameMs ||
-        made->prepare() != 0) {
+        made->loaded() != 0) {
         return -EINVAL;
     }
     *recogniser = std::move(made);
@@ -85,33 +86,12 @@ Recogniser::~Recogniser() {
     cmd_ln_free_r(mConfig);
 }
 
-int32_t Recogniser::prepare() {
+int32_t Recogniser::loaded() {
     const cmn_t* mean = ps_get_feat(mDecoder)->cmn_struct;
     mInitialMean.assign(mean->cmn_mean, mean->cmn_mean + mean->veclen);
     mInitialSum.assign(mean->sum, mean->sum + mean->veclen);
     mInitialFrames = mean->nframe;
-    // A second n-gram search on the same language model and acoustic model: the decoder reads
-    // the forward-flat switch when a search is made, so it is on for this one alone. The first
-    // search holds its model in a set of one; the second takes the model itself, as PocketSphinx
-    // does for a model file: a set of that set would put every word of the dictionary, known to
-    // the model or not, in the search tree (6 in 10 channels more, a third more decoding time).
-    ngram_model_t* set = ps_get_lm(mDecoder, "_default");
-    if (set == nullptr || ngram_model_set_count(set) != 1) {
-        return -EINVAL;
-    }
-    ngram_model_set_iter_t* first = ngram_model_set_iter(set);
-    const char* name = nullptr;
-    ngram_model_t* model = ngram_model_set_iter_model(first, &name);
-    ngram_model_set_iter_free(first);
-    if (model == nullptr) {
-        return -EINVAL;
-    }
-    cmd_ln_set_boolean_r(mConfig, "-fwdflat", TRUE);
-    int status = ps_set_lm(mDecoder, kWholeSearch, model);
-    cmd_ln_set_boolean_r(mConfig, "-fwdflat", FALSE);
-    if (status < 0 || ps_set_search(mDecoder, "_default") < 0) {
-        return -EINVAL;
-    }
+    mFirstPassSearch = false;
     // The decoder's configuration now holds the model's feature parameters, from which it made
     // its own front end; the detector's silence is the decoder's.
     if (mDetector != nullptr) {
@@ -125,16 +105,42 @@ int32_t Recogniser::prepare() {
     return 0;
 }
 
-int32_t Recogniser::setSilence(int32_t ms) {
-    if (ms == mSilenceMs) {
+int32_t Recogniser::prepare(int32_t silenceMs, bool search) {
+    if (silenceMs != mSilenceMs) {
+        // The voice-activity detector counts whole frames; round up so that no utterance ends
+        // early.
+        cmd_ln_set_int32_r(mConfig, "-vad_postspeech", (silenceMs + kFrameMs - 1) / kFrameMs);
+        if (ps_reinit(mDecoder, nullptr) < 0 || loaded() != 0) {
+            return -EINVAL;
+        }
+        mSilenceMs = silenceMs;
+    }
+    if (!search || mFirstPassSearch) {
         return 0;
     }
-    // The voice-activity detector counts whole frames; round up so that no utterance ends early.
-    cmd_ln_set_int32_r(mConfig, "-vad_postspeech", (ms + kFrameMs - 1) / kFrameMs);
-    if (ps_reinit(mDecoder, nullptr) < 0 || prepare() != 0) {
+    // A second n-gram search on the same models, without the forward-flat pass, so that a
+    // final result follows the end of its utterance at once: the decoder reads the switch when
+    // a search is made. The decoder's own search holds its language model in a set of one; this
+    // one takes the model itself, as ps_init does for a model file: a set of that set would put
+    // every word of the dictionary, known to the model or not, in the search tree.
+    ngram_model_t* set = ps_get_lm(mDecoder, kWholeSearch);
+    if (set == nullptr || ngram_model_set_count(set) != 1) {
         return -EINVAL;
     }
-    mSilenceMs = ms;
+    ngram_model_set_iter_t* first = ngram_model_set_iter(set);
+    const char* name = nullptr;
+    ngram_model_t* model = ngram_model_set_iter_model(first, &name);
+    ngram_model_set_iter_free(first);
+    if (model == nullptr) {
+        return -EINVAL;
+    }
+    cmd_ln_set_boolean_r(mConfig, "-fwdflat", FALSE);
+    const int status = ps_set_lm(mDecoder, kFirstPassSearch, model);
+    cmd_ln_set_boolean_r(mConfig, "-fwdflat", TRUE);
+    if (status < 0) {
+        return -EINVAL;
+    }
+    mFirstPassSearch = true;
     return 0;
 }
 
@@ -144,6 +150,7 @@ void Recogniser::beginRecording(bool search) {
     std::copy(mInitialMean.begin(), mInitialMean.end(), mean->cmn_mean);
     std::copy(mInitialSum.begin(), mInitialSum.end(), mean->sum);
     mean->nframe = mInitialFrames;
+    ps_set_search(mDecoder, search ? kFirstPassSearch : kWholeSearch);
     ps_start_stream(mDecoder);
     mSearching = search;
     if (search) {
@@ -237,12 +244,10 @@ Result Recogniser::decodeWhole(const int16_t* samples, size_t count, int64_t sta
     feat_t* features = ps_get_feat(mDecoder);
     const cmn_type_t firstPassMean = features->cmn;
     features->cmn = CMN_BATCH;
-    ps_set_search(mDecoder, kWholeSearch);
     ps_start_utt(mDecoder);
     ps_process_cep(mDecoder, rows.data(), static_cast<int>(frames), FALSE, TRUE);
     ps_end_utt(mDecoder);
     Result result = collect(startMs, true);
-    ps_set_search(mDecoder, "_default");
     features->cmn = firstPassMean;
     return result;
 }

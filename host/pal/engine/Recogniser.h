@@ -57,14 +57,17 @@ class Recogniser {
     // The identity of the files the model was loaded from (modelIdentity).
     const std::string& identity() const { return mIdentity; }
 
-    // Makes `ms` of silence end an utterance; reloads the decoder when the value changes.
-    // Precondition: no recording in progress. Returns 0, or -EINVAL when the reload fails.
-    int32_t setSilence(int32_t ms);
+    // Readies the recogniser for recordings in which `silenceMs` of silence end an utterance
+    // and, with `search`, the first pass searches the audio: reloads the decoder when the
+    // silence changes, and makes the first pass's search the first time one is wanted.
+    // Precondition: no recording in progress. Returns 0, or -EINVAL when either fails.
+    int32_t prepare(int32_t silenceMs, bool search);
 
     // Begins a recording as a newly loaded recogniser would: times restart at 0, the running
     // cepstral mean goes back to the model's initial one, and the voice-activity detector starts
     // anew. With `search`, the first pass searches the audio and a first utterance opens;
-    // without, the detector alone hears it and results come from decodeWhole.
+    // without, the detector alone hears it and results come from decodeWhole. Precondition:
+    // prepare() succeeded for this `search` since the last reload.
     void beginRecording(bool search);
     // Ends the recording, dropping the open utterance.
     void endRecording();
@@ -88,9 +91,9 @@ class Recogniser {
   private:
     Recogniser(cmd_ln_s* config, ps_decoder_s* decoder, std::unique_ptr<FrontEnd> frontEnd,
                std::string identity);
-    // Adds the search of the whole-utterance pass beside the first pass's, makes the detector
-    // and notes the decoder's initial cepstral-mean state. Returns 0 or -EINVAL.
-    int32_t prepare();
+    // After the decoder was (re)loaded: notes its initial cepstral-mean state and makes the
+    // detector. Returns 0 or -EINVAL.
+    int32_t loaded();
     // The words of the utterance just ended. Frames count from the start of the recording, or
     // with `relative` from `offsetMs` at the utterance's first frame.
     Result collect(int64_t offsetMs, bool relative);
@@ -110,9 +113,10 @@ class Recogniser {
     std::vector<float> mInitialSum;
     int32_t mInitialFrames = 0;
     int32_t mSilenceMs = kDefaultSilenceMs;
-    bool mSearching = false;      // the recording's audio goes to the first pass's search
-    bool mUtteranceOpen = false;  // an utterance of the first pass's search is open
-    std::vector<float> mCepstra;  // scratch of the whole-utterance pass
+    bool mFirstPassSearch = false;  // the first pass's search has been made
+    bool mSearching = false;        // the recording's audio goes to the first pass's search
+    bool mUtteranceOpen = false;    // an utterance of the first pass's search is open
+    std::vector<float> mCepstra;    // scratch of the whole-utterance pass
 };
 
 }  // namespace pal_engine
