@@ -7,7 +7,7 @@ namespace pal_engine {
 
 namespace {
 
-// Audio kept from before the first pass hears speech: its detector decides a little late.
+// Audio kept from before the voice-activity detector hears speech: it decides a little late.
 constexpr int64_t kLeadMs = 500;
 
 }  // namespace
