@@ -45,11 +45,26 @@ int framesAfterLastWord(ps_decoder_t* decoder) {
     return lastWord < 0 ? -1 : searched - lastWord;
 }
 
+// Whether the voice-activity detector `detector` hears speech after `count` more samples.
+bool hearsSpeech(fe_t* detector, const int16_t* samples, size_t count) {
+    const size_t size = static_cast<size_t>(fe_get_output_size(detector));
+    std::vector<mfcc_t> frames(64 * size);
+    std::vector<mfcc_t*> rows(64);
+    for (size_t i = 0; i < rows.size(); ++i) rows[i] = frames.data() + i * size;
+    const int16* next = samples;
+    while (count > 0) {
+        const size_t before = count;
+        int32 made = static_cast<int32>(rows.size());
+        fe_process_frames(detector, &next, &count, rows.data(), &made, nullptr);
+        if (made == 0 && count == before) break;
+    }
+    return fe_get_vad_state(detector) != 0;
+}
+
 // The second pass over `audio`: a search with the forward-flat pass on cepstra of the model's
-// front end, with the utterance's own cepstral mean; the first pass's running mean is restored.
+// front end, with the utterance's own cepstral mean.
 void decodeWhole(ps_decoder_t* decoder, fe_t* frontEnd, const std::vector<int16_t>& audio,
                  std::vector<std::string>* words) {
-    ps_end_utt(decoder);
     const int size = fe_get_output_size(frontEnd);
     std::vector<mfcc_t> cepstra((audio.size() / 160 + 3) * static_cast<size_t>(size));
     std::vector<mfcc_t*> rows(cepstra.size() / static_cast<size_t>(size));
@@ -64,20 +79,11 @@ void decodeWhole(ps_decoder_t* decoder, fe_t* frontEnd, const std::vector<int16_
     fe_end_utt(frontEnd, rows[frames], &last);
     frames += last;
 
-    feat_t* features = ps_get_feat(decoder);
-    std::vector<mfcc_t> running(static_cast<size_t>(feat_cepsize(features)));
-    cmn_live_get(features->cmn_struct, running.data());
-    const cmn_type_t firstPass = features->cmn;
-    features->cmn = CMN_BATCH;
-    ps_set_search(decoder, "whole");
+    ps_get_feat(decoder)->cmn = CMN_BATCH;
     ps_start_utt(decoder);
     ps_process_cep(decoder, rows.data(), frames, FALSE, TRUE);
     ps_end_utt(decoder);
     appendHypothesis(decoder, words);
-    ps_set_search(decoder, "_default");
-    features->cmn = firstPass;
-    cmn_live_set(features->cmn_struct, running.data());
-    ps_start_utt(decoder);
 }
 
 }  // namespace
@@ -117,16 +123,28 @@ bool recogniseDirectly(const std::string& modelImage, const std::string& path, b
     cmd_ln_t* config =
             cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", files["acoustic-model"].c_str(), "-lm",
                         files["language-model"].c_str(), "-dict", files["dictionary"].c_str(),
-                        "-vad_postspeech", silence.c_str(), "-fwdflat", "no", nullptr);
+                        "-vad_postspeech", silence.c_str(), nullptr);
     ps_decoder_t* decoder = config == nullptr ? nullptr : ps_init(config);
     if (decoder == nullptr) {
         if (config != nullptr) cmd_ln_free_r(config);
         return false;
     }
-    cmd_ln_set_boolean_r(config, "-fwdflat", TRUE);
-    ps_set_lm(decoder, "whole", ps_get_lm(decoder, "_default"));
-    cmd_ln_set_boolean_r(config, "-fwdflat", FALSE);
-    ps_set_search(decoder, "_default");
+    if (!wholeUtterance) {
+        // The decoder's own search is the whole-utterance pass's; the first pass's is another
+        // without the forward-flat pass, on the language model itself rather than on the set of
+        // it that the decoder's search holds.
+        ngram_model_set_iter_t* first = ngram_model_set_iter(ps_get_lm(decoder, "_default"));
+        const char* name = nullptr;
+        ngram_model_t* model = ngram_model_set_iter_model(first, &name);
+        ngram_model_set_iter_free(first);
+        cmd_ln_set_boolean_r(config, "-fwdflat", FALSE);
+        ps_set_lm(decoder, "first", model);
+        cmd_ln_set_boolean_r(config, "-fwdflat", TRUE);
+        ps_set_search(decoder, "first");
+    }
+    // The decoder's configuration holds the model's feature parameters now: a twin of its own
+    // front end, voice-activity detector included.
+    fe_t* detector = fe_init_auto_r(config);
     cmd_ln_t* frontEndConfig =
             cmd_ln_init(nullptr, ps_args(), TRUE, "-remove_silence", "no", nullptr);
     const std::string params = files["acoustic-model"] + "/feat.params";
@@ -136,7 +154,12 @@ bool recogniseDirectly(const std::string& modelImage, const std::string& path, b
 
     words->clear();
     ps_start_stream(decoder);
-    ps_start_utt(decoder);
+    if (wholeUtterance) {
+        fe_start_stream(detector);
+        fe_start_utt(detector);
+    } else {
+        ps_start_utt(decoder);
+    }
     bool inUtterance = false;
     std::vector<int16_t> audio;
     auto endUtterance = [&] {
@@ -152,20 +175,27 @@ bool recogniseDirectly(const std::string& modelImage, const std::string& path, b
     };
     for (size_t at = 0; at < samples.size(); at += kBlock) {
         const size_t count = std::min(kBlock, samples.size() - at);
-        ps_process_raw(decoder, samples.data() + at, count, FALSE, FALSE);
-        const bool speech = ps_get_in_speech(decoder) != 0;
+        bool speech = false;
+        if (wholeUtterance) {
+            speech = hearsSpeech(detector, samples.data() + at, count);
+        } else {
+            ps_process_raw(decoder, samples.data() + at, count, FALSE, FALSE);
+            speech = ps_get_in_speech(decoder) != 0;
+        }
         inUtterance = inUtterance || speech;
         audio.insert(audio.end(), samples.begin() + at, samples.begin() + at + count);
         if (!inUtterance && audio.size() > kLead) {
             audio.erase(audio.begin(), audio.end() - kLead);
         }
-        if (inUtterance && (!speech || framesAfterLastWord(decoder) >= kSilenceFrames)) {
+        if (inUtterance &&
+            (!speech || (!wholeUtterance && framesAfterLastWord(decoder) >= kSilenceFrames))) {
             endUtterance();
         }
     }
     if (inUtterance) endUtterance();
-    ps_end_utt(decoder);
+    if (!wholeUtterance) ps_end_utt(decoder);
     fe_free(frontEnd);
+    fe_free(detector);
     ps_free(decoder);
     cmd_ln_free_r(config);
     return true;

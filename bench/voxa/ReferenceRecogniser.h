@@ -1,11 +1,16 @@
 // PocketSphinx driven directly, without the service or the engine, the way the engine drives it
 // (host/pal/engine/Recogniser.cpp, Recording.cpp): the files that the engine's model image
-// names; a first pass without the forward-flat pass fed blocks of 50 ms, whose utterance ends
-// at the first block after which its voice-activity detector hears no speech or 500 ms have
-// followed the last word of its hypothesis; in the whole-utterance way, each utterance's audio
-// (from 500 ms before the detector heard speech) decoded again by a search with the forward-flat
-// pass, on cepstra whose mean is the utterance's own. The yardstick for what the stack
-// recognises.
+// names, audio fed in blocks of 50 ms, one of two ways.
+// - The first pass's: a tree search without the forward-flat pass (made beside the decoder's
+//   own search, on the language model itself), whose utterance ends at the first block after
+//   which its voice-activity detector hears no speech or 500 ms have followed the last word of
+//   its hypothesis; its words are the result.
+// - The whole-utterance way: the voice-activity detector alone (a front end made from the
+//   decoder's configuration) ends an utterance at the first block after which it hears no
+//   speech; the utterance's audio (from 500 ms before the detector heard speech) is decoded by
+//   the decoder's own search, as pocketsphinx_batch's (the forward-flat and best-path passes
+//   included), on cepstra whose mean is the utterance's own.
+// The yardstick for what the stack recognises.
 #ifndef VOXA_BENCH_REFERENCE_RECOGNISER_H
 #define VOXA_BENCH_REFERENCE_RECOGNISER_H
 

@@ -2,6 +2,7 @@
 
 #include <pocketsphinx.h>
 #include <sphinxbase/err.h>
+#include <sphinxbase/fe.h>
 #include <sphinxbase/feat.h>
 
 #include <algorithm>
@@ -13,8 +14,14 @@ namespace pal_engine {
 
 namespace {
 
-// The search of the whole-utterance pass, beside the first pass's "_default".
-constexpr char kWholeSearch[] = "whole";
+// The decoder's own search, which ps_init makes as pocketsphinx_batch's: the whole-utterance
+// pass's.
+constexpr char kWholeSearch[] = "_default";
+// The first pass's, made beside it when a recording first wants one.
+constexpr char kFirstPassSearch[] = "first";
+// Frames the detector makes at a time; a 50 ms block makes at most 5, and the onset of speech
+// adds those the detector held back from before it.
+constexpr size_t kDetectorFrames = 64;
 
 // Words that mark silence, breath or noise rather than speech: "<s>", "<sil>", "[NOISE]"...
 bool isFiller(const std::string& word) {
@@ -40,13 +47,11 @@ int32_t Recogniser::create(const ModelImage& image, const std::string& identity,
                            std::unique_ptr<Recogniser>* recogniser) {
     // The recogniser's own log would go to stderr; the engine reports through its statuses.
     err_set_logfp(nullptr);
-    // The first pass ends an utterance without the forward-flat pass, so that its final result
-    // follows the utterance's end at once; the whole-utterance pass has its own search.
     std::string silenceFrames = std::to_string(kDefaultSilenceMs / kFrameMs);
     cmd_ln_t* config =
             cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", image.acousticModel.c_str(), "-lm",
                         image.languageModel.c_str(), "-dict", image.dictionary.c_str(),
-                        "-vad_postspeech", silenceFrames.c_str(), "-fwdflat", "no", nullptr);
+                        "-vad_postspeech", silenceFrames.c_str(), nullptr);
     if (config == nullptr) {
         return -EINVAL;
     }
@@ -59,7 +64,7 @@ int32_t Recogniser::create(const ModelImage& image, const std::string& identity,
     std::unique_ptr<Recogniser> made(
             new Recogniser(config, decoder, std::move(frontEnd), identity));
     if (made->mFrontEnd == nullptr || cmd_ln_int32_r(config, "-frate") != 1000 / kFrameMs ||
-        made->prepare() != 0) {
+        made->loaded() != 0) {
         return -EINVAL;
     }
     *recogniser = std::move(made);
@@ -74,21 +79,51 @@ Recogniser::Recogniser(cmd_ln_t* config, ps_decoder_t* decoder, std::unique_ptr<
       mIdentity(std::move(identity)) {}
 
 Recogniser::~Recogniser() {
+    if (mDetector != nullptr) {
+        fe_free(mDetector);
+    }
     ps_free(mDecoder);
     cmd_ln_free_r(mConfig);
 }
 
-int32_t Recogniser::prepare() {
+int32_t Recogniser::loaded() {
     const cmn_t* mean = ps_get_feat(mDecoder)->cmn_struct;
     mInitialMean.assign(mean->cmn_mean, mean->cmn_mean + mean->veclen);
     mInitialSum.assign(mean->sum, mean->sum + mean->veclen);
     mInitialFrames = mean->nframe;
-    // A second n-gram search on the same language model and acoustic model: the decoder reads
-    // the forward-flat switch when a search is made, so it is on for this one alone. The first
-    // search holds its model in a set of one; the second takes the model itself, as PocketSphinx
-    // does for a model file: a set of that set would put every word of the dictionary, known to
-    // the model or not, in the search tree (6 in 10 channels more, a third more decoding time).
-    ngram_model_t* set = ps_get_lm(mDecoder, "_default");
+    mFirstPassSearch = false;
+    // The decoder's configuration now holds the model's feature parameters, from which it made
+    // its own front end; the detector's silence is the decoder's.
+    if (mDetector != nullptr) {
+        fe_free(mDetector);
+    }
+    mDetector = fe_init_auto_r(mConfig);
+    if (mDetector == nullptr) {
+        return -EINVAL;
+    }
+    mDetectorFrames.resize(kDetectorFrames * static_cast<size_t>(fe_get_output_size(mDetector)));
+    return 0;
+}
+
+int32_t Recogniser::prepare(int32_t silenceMs, bool search) {
+    if (silenceMs != mSilenceMs) {
+        // The voice-activity detector counts whole frames; round up so that no utterance ends
+        // early.
+        cmd_ln_set_int32_r(mConfig, "-vad_postspeech", (silenceMs + kFrameMs - 1) / kFrameMs);
+        if (ps_reinit(mDecoder, nullptr) < 0 || loaded() != 0) {
+            return -EINVAL;
+        }
+        mSilenceMs = silenceMs;
+    }
+    if (!search || mFirstPassSearch) {
+        return 0;
+    }
+    // A second n-gram search on the same models, without the forward-flat pass, so that a
+    // final result follows the end of its utterance at once: the decoder reads the switch when
+    // a search is made. The decoder's own search holds its language model in a set of one; this
+    // one takes the model itself, as ps_init does for a model file: a set of that set would put
+    // every word of the dictionary, known to the model or not, in the search tree.
+    ngram_model_t* set = ps_get_lm(mDecoder, kWholeSearch);
     if (set == nullptr || ngram_model_set_count(set) != 1) {
         return -EINVAL;
     }
@@ -99,37 +134,32 @@ int32_t Recogniser::prepare() {
     if (model == nullptr) {
         return -EINVAL;
     }
-    cmd_ln_set_boolean_r(mConfig, "-fwdflat", TRUE);
-    int status = ps_set_lm(mDecoder, kWholeSearch, model);
     cmd_ln_set_boolean_r(mConfig, "-fwdflat", FALSE);
-    if (status < 0 || ps_set_search(mDecoder, "_default") < 0) {
+    const int status = ps_set_lm(mDecoder, kFirstPassSearch, model);
+    cmd_ln_set_boolean_r(mConfig, "-fwdflat", TRUE);
+    if (status < 0) {
         return -EINVAL;
     }
+    mFirstPassSearch = true;
     return 0;
 }
 
-int32_t Recogniser::setSilence(int32_t ms) {
-    if (ms == mSilenceMs) {
-        return 0;
-    }
-    // The voice-activity detector counts whole frames; round up so that no utterance ends early.
-    cmd_ln_set_int32_r(mConfig, "-vad_postspeech", (ms + kFrameMs - 1) / kFrameMs);
-    if (ps_reinit(mDecoder, nullptr) < 0 || prepare() != 0) {
-        return -EINVAL;
-    }
-    mSilenceMs = ms;
-    return 0;
-}
-
-void Recogniser::beginRecording() {
+void Recogniser::beginRecording(bool search) {
     endRecording();
     cmn_t* mean = ps_get_feat(mDecoder)->cmn_struct;
     std::copy(mInitialMean.begin(), mInitialMean.end(), mean->cmn_mean);
     std::copy(mInitialSum.begin(), mInitialSum.end(), mean->sum);
     mean->nframe = mInitialFrames;
+    ps_set_search(mDecoder, search ? kFirstPassSearch : kWholeSearch);
     ps_start_stream(mDecoder);
-    ps_start_utt(mDecoder);
-    mUtteranceOpen = true;
+    mSearching = search;
+    if (search) {
+        ps_start_utt(mDecoder);
+        mUtteranceOpen = true;
+    } else {
+        fe_start_stream(mDetector);
+        fe_start_utt(mDetector);
+    }
 }
 
 void Recogniser::endRecording() {
@@ -140,17 +170,41 @@ void Recogniser::endRecording() {
 }
 
 bool Recogniser::process(const int16_t* samples, size_t count) {
-    ps_process_raw(mDecoder, samples, count, FALSE, FALSE);
-    return ps_get_in_speech(mDecoder) != 0;
+    if (mSearching) {
+        ps_process_raw(mDecoder, samples, count, FALSE, FALSE);
+        return ps_get_in_speech(mDecoder) != 0;
+    }
+    const size_t size = static_cast<size_t>(fe_get_output_size(mDetector));
+    mfcc_t* rows[kDetectorFrames];
+    for (size_t i = 0; i < kDetectorFrames; ++i) {
+        rows[i] = mDetectorFrames.data() + i * size;
+    }
+    const int16* next = samples;
+    size_t left = count;
+    while (left > 0) {
+        const size_t before = left;
+        int32 made = static_cast<int32>(kDetectorFrames);
+        if (fe_process_frames(mDetector, &next, &left, rows, &made, nullptr) < 0 ||
+            (made == 0 && left == before)) {
+            break;
+        }
+    }
+    return fe_get_vad_state(mDetector) != 0;
 }
 
 std::string Recogniser::hypothesis() {
+    if (!mSearching) {
+        return "";
+    }
     int32 score = 0;
     const char* text = ps_get_hyp(mDecoder, &score);
     return text == nullptr ? "" : text;
 }
 
 int64_t Recogniser::silenceAfterLastWordMs() {
+    if (!mSearching) {
+        return -1;
+    }
     // The best path so far reaches the frame the search has come to; its last segments are
     // fillers when nothing but silence or noise has followed the last word.
     int lastWordEnd = -1;
@@ -175,7 +229,6 @@ Result Recogniser::endUtterance() {
 }
 
 Result Recogniser::decodeWhole(const int16_t* samples, size_t count, int64_t startMs) {
-    ps_end_utt(mDecoder);
     mCepstra.clear();
     mFrontEnd->reset();
     mFrontEnd->process(samples, count, &mCepstra);
@@ -187,22 +240,15 @@ Result Recogniser::decodeWhole(const int16_t* samples, size_t count, int64_t sta
     }
 
     // The first pass keeps a running cepstral mean across utterances; this pass takes the mean
-    // of the utterance itself, and the first pass gets its own back afterwards.
+    // of the utterance itself (overwriting the running one, which beginRecording restores).
     feat_t* features = ps_get_feat(mDecoder);
-    std::vector<mfcc_t> runningMean(static_cast<size_t>(feat_cepsize(features)));
-    cmn_live_get(features->cmn_struct, runningMean.data());
     const cmn_type_t firstPassMean = features->cmn;
     features->cmn = CMN_BATCH;
-    ps_set_search(mDecoder, kWholeSearch);
     ps_start_utt(mDecoder);
     ps_process_cep(mDecoder, rows.data(), static_cast<int>(frames), FALSE, TRUE);
     ps_end_utt(mDecoder);
     Result result = collect(startMs, true);
-    ps_set_search(mDecoder, "_default");
     features->cmn = firstPassMean;
-    cmn_live_set(features->cmn_struct, runningMean.data());
-
-    ps_start_utt(mDecoder);
     return result;
 }
 

@@ -1,8 +1,10 @@
-// The speech recogniser behind a stream: a PocketSphinx decoder fed 16 kHz mono 16-bit PCM. Its
-// first pass runs as the audio comes, splits it into utterances and offers partial hypotheses;
-// an ended utterance's words come either from that pass or from decoding the utterance again as
-// a whole (the forward-flat and best-path passes over the complete utterance, with the cepstral
-// mean taken from the utterance itself), which is slower and more accurate.
+// The speech recogniser behind a stream: a PocketSphinx decoder fed 16 kHz mono 16-bit PCM. The
+// audio goes through it as it comes in one of two ways:
+// - searched: the first pass's tree search runs, offers partial hypotheses, and its words are
+//   an ended utterance's result;
+// - heard only: its voice-activity detector alone runs, and an ended utterance is decoded as a
+//   whole (the tree search, forward-flat and best-path passes over the complete utterance, with
+//   the cepstral mean taken from the utterance itself), which is slower and more accurate.
 #ifndef PAL_ENGINE_RECOGNISER_H
 #define PAL_ENGINE_RECOGNISER_H
 
@@ -16,6 +18,7 @@
 #include "ModelImage.h"
 
 struct cmd_ln_s;
+struct fe_s;
 struct ps_decoder_s;
 
 namespace pal_engine {
@@ -54,43 +57,53 @@ class Recogniser {
     // The identity of the files the model was loaded from (modelIdentity).
     const std::string& identity() const { return mIdentity; }
 
-    // Makes `ms` of silence end an utterance; reloads the decoder when the value changes.
-    // Precondition: no recording in progress. Returns 0, or -EINVAL when the reload fails.
-    int32_t setSilence(int32_t ms);
+    // Readies the recogniser for recordings in which `silenceMs` of silence end an utterance
+    // and, with `search`, the first pass searches the audio: reloads the decoder when the
+    // silence changes, and makes the first pass's search the first time one is wanted.
+    // Precondition: no recording in progress. Returns 0, or -EINVAL when either fails.
+    int32_t prepare(int32_t silenceMs, bool search);
 
     // Begins a recording as a newly loaded recogniser would: times restart at 0, the running
-    // cepstral mean goes back to the model's initial one, and a first utterance opens.
-    void beginRecording();
+    // cepstral mean goes back to the model's initial one, and the voice-activity detector starts
+    // anew. With `search`, the first pass searches the audio and a first utterance opens;
+    // without, the detector alone hears it and results come from decodeWhole. Precondition:
+    // prepare() succeeded for this `search` since the last reload.
+    void beginRecording(bool search);
     // Ends the recording, dropping the open utterance.
     void endRecording();
     // Feeds samples of the recording to the first pass. Returns whether its voice-activity
     // detector hears speech: it turns false once the configured silence has followed speech.
     bool process(const int16_t* samples, size_t count);
-    // The first pass's best hypothesis of the current utterance so far ("" when none).
+    // The first pass's best hypothesis of the current utterance so far ("" when none, and
+    // without a search).
     std::string hypothesis();
     // How long the first pass has heard no word since the last word of its hypothesis, in ms;
-    // -1 when the hypothesis has no word yet. Unlike the voice-activity detector, it counts
-    // breaths and noise after the last word as silence.
+    // -1 when the hypothesis has no word yet or there is no search. Unlike the voice-activity
+    // detector, it counts breaths and noise after the last word as silence.
     int64_t silenceAfterLastWordMs();
     // Closes the current utterance, returns the first pass's result, opens the next one.
+    // Precondition: a recording begun with a search.
     Result endUtterance();
-    // Closes the current utterance of the first pass, dropping its result, decodes `count`
-    // samples of the recording that begin at `startMs` as one whole utterance and returns that
-    // result; then opens the next utterance of the first pass.
+    // Decodes `count` samples of the recording that begin at `startMs` as one whole utterance
+    // and returns that result. Precondition: a recording begun without a search.
     Result decodeWhole(const int16_t* samples, size_t count, int64_t startMs);
 
   private:
     Recogniser(cmd_ln_s* config, ps_decoder_s* decoder, std::unique_ptr<FrontEnd> frontEnd,
                std::string identity);
-    // Adds the search of the whole-utterance pass beside the first pass's and notes the
-    // decoder's initial cepstral-mean state. Returns 0 or -EINVAL.
-    int32_t prepare();
+    // After the decoder was (re)loaded: notes its initial cepstral-mean state and makes the
+    // detector. Returns 0 or -EINVAL.
+    int32_t loaded();
     // The words of the utterance just ended. Frames count from the start of the recording, or
     // with `relative` from `offsetMs` at the utterance's first frame.
     Result collect(int64_t offsetMs, bool relative);
 
     cmd_ln_s* mConfig;
     ps_decoder_s* mDecoder;
+    // A twin of the decoder's own front end, made from its configuration: the same
+    // voice-activity detector, which hears the audio without the search behind it.
+    fe_s* mDetector = nullptr;
+    std::vector<float> mDetectorFrames;         // its cepstra, unused
     const std::unique_ptr<FrontEnd> mFrontEnd;  // cepstra of the whole-utterance pass
     const std::string mIdentity;
     // The first pass's cepstral-mean state as the decoder was loaded: what it adapts across
@@ -100,8 +113,10 @@ class Recogniser {
     std::vector<float> mInitialSum;
     int32_t mInitialFrames = 0;
     int32_t mSilenceMs = kDefaultSilenceMs;
-    bool mUtteranceOpen = false;
-    std::vector<float> mCepstra;  // scratch of the whole-utterance pass
+    bool mFirstPassSearch = false;  // the first pass's search has been made
+    bool mSearching = false;        // the recording's audio goes to the first pass's search
+    bool mUtteranceOpen = false;    // an utterance of the first pass's search is open
+    std::vector<float> mCepstra;    // scratch of the whole-utterance pass
 };
 
 }  // namespace pal_engine

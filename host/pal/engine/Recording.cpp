@@ -7,7 +7,7 @@ namespace pal_engine {
 
 namespace {
 
-// Audio kept from before the first pass hears speech: its detector decides a little late.
+// Audio kept from before the voice-activity detector hears speech: it decides a little late.
 constexpr int64_t kLeadMs = 500;
 
 }  // namespace
@@ -20,7 +20,7 @@ Recording::Recording(Recogniser& recogniser, const Settings& settings, Translato
       mFrontEnd(std::move(frontEnd)),
       mRaise(std::move(raise)),
       mDiarizer(mFrontEnd == nullptr ? 1 : mFrontEnd->size()) {
-    mRecogniser.beginRecording();
+    mRecogniser.beginRecording(mSettings.partial);
 }
 
 Recording::~Recording() {
@@ -108,8 +108,8 @@ bool Recording::feed(const std::vector<int16_t>& pcm) {
         keep(pcm);
     }
     if (mInUtterance) {
-        // The detector's silence, or as much after the last word: breaths and noise after it
-        // would keep the detector hearing speech.
+        // The detector's silence, or (with the first pass's search, in the partial modes) as
+        // much after the last word: breaths and noise after it keep the detector hearing speech.
         const int64_t quiet = mRecogniser.silenceAfterLastWordMs();
         if (!speech || quiet >= mSettings.silenceMs) {
             return finishUtterance(Ending::Silence);

@@ -145,7 +145,7 @@ int32_t Stream::start(const Source& source) {
     if (mStarted || mCapture.joinable() || mRecogniser == nullptr) {
         return -EINVAL;  // another start, or a close, came first
     }
-    if (mRecogniser->setSilence(mSettings.silenceMs) != 0) {
+    if (mRecogniser->prepare(mSettings.silenceMs, mSettings.partial) != 0) {
         mRecogniser.reset();  // its decoder is in no known state: neither used nor kept
         return -EINVAL;
     }
