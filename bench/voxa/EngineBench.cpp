@@ -300,8 +300,7 @@ void BM_DiarizationErrorRate(benchmark::State& state) {
     }
     char directory[] = "/tmp/voxa-bench-XXXXXX";
     voxa_bench::Recording recording;
-    if (mkdtemp(directory) == nullptr ||
-        !voxa_bench::makeRecording(turns, directory, &recording)) {
+    if (mkdtemp(directory) == nullptr || !voxa_bench::makeRecording(turns, directory, &recording)) {
         state.SkipWithError("espeak-ng failed");
         return;
     }
@@ -316,8 +315,7 @@ void BM_DiarizationErrorRate(benchmark::State& state) {
         }
         state.SetIterationTime(cpuSeconds() - before);
         const std::vector<Segment> said = session.speakers();
-        const voxa_bench::ErrorRate rate =
-                voxa_bench::diarizationErrorRate(recording.speech, said);
+        const voxa_bench::ErrorRate rate = voxa_bench::diarizationErrorRate(recording.speech, said);
         int32_t speakers = 0;
         for (const Segment& turn : said) speakers = std::max(speakers, turn.speaker);
         state.counters["der_percent"] = 100 * rate.total();
