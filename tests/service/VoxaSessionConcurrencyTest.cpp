@@ -3,35 +3,13 @@
 #include <future>
 #include <thread>
 
-#include "SessionTestSupport.h"
+#include "ServiceTestSupport.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
 namespace {
 
 using namespace std::chrono_literals;
 using ::testing::IsEmpty;
-
-// Holds a PAL function inside its call, so that the session's lock stays taken by the binder
-// thread that called it, until release().
-class PalCallGate {
-  public:
-    explicit PalCallGate(Function function) : mFunction(function) {
-        FakePal::instance().setHook(function, [this] {
-            mEntered.set_value();
-            mRelease.wait();
-        });
-    }
-    ~PalCallGate() { FakePal::instance().setHook(mFunction, nullptr); }
-
-    void waitUntilEntered() { mEntered.get_future().wait(); }
-    void release() { mReleaseSignal.set_value(); }
-
-  private:
-    Function mFunction;
-    std::promise<void> mEntered;
-    std::promise<void> mReleaseSignal;
-    std::shared_future<void> mRelease = mReleaseSignal.get_future().share();
-};
 
 class VoxaSessionConcurrencyTest : public FakePalTest {
   protected:

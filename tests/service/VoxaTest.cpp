@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
-#include <future>
 #include <set>
 #include <thread>
 
@@ -583,20 +582,14 @@ TEST_F(VoxaTest, DumpReportsTheServiceAndEachSession) {
             dumpOf(mVoxa));
 
     // A session busy in a long PAL call is reported without waiting for it.
-    std::promise<void> entered;
-    std::promise<void> release;
-    pal().setHook(Function::StreamSetParam, [&] {
-        entered.set_value();
-        release.get_future().wait();
-    });
+    PalCallGate gate(Function::StreamSetParam);
     VoxaParameter force;
     force.param = ParameterType::FORCE_OUTPUT_EVENT;
     std::thread binder([&] { mVoxa->setParameter(listening, force); });
-    entered.get_future().wait();
+    gate.waitUntilEntered();
     EXPECT_THAT(dumpOf(mVoxa), ::testing::HasSubstr("  handle 0: listening, busy in a PAL call\n"
                                                     "    events delivered: plain 0"));
-    pal().setHook(Function::StreamSetParam, nullptr);
-    release.set_value();
+    gate.release();
     binder.join();
 }
 
