@@ -22,6 +22,9 @@ TEST(UtilsTest, InternalStatusesBecomeServiceErrorsNamedAfterTheirValue) {
             {1, -4, "FAILURE"},
             {-32, -4, "FAILURE"},
     };
+    // Zero is success for binder but a failure as a service error.
+    EXPECT_TRUE(Utils::convertToAidlStatus(0).isOk());
+    EXPECT_EQ(-4, Utils::convertToServiceError(0));
     for (const StatusCase& c : cases) {
         SCOPED_TRACE(c.status);
         ndk::ScopedAStatus status = Utils::convertToAidlStatus(c.status);
@@ -31,11 +34,6 @@ TEST(UtilsTest, InternalStatusesBecomeServiceErrorsNamedAfterTheirValue) {
         EXPECT_STREQ(c.message, status.getMessage());
         EXPECT_EQ(c.serviceError, Utils::convertToServiceError(c.status));
     }
-}
-
-TEST(UtilsTest, ZeroIsSuccessForBinderButFailureAsServiceError) {
-    EXPECT_TRUE(Utils::convertToAidlStatus(0).isOk());
-    EXPECT_EQ(-4, Utils::convertToServiceError(0));
 }
 
 // Groups are read in text order, hex digits in either case, short groups and text after the
