@@ -23,12 +23,13 @@ namespace {
 constexpr int kClientThreads = 8;
 constexpr auto kWatchdogLimit = std::chrono::minutes(20);
 
-// What the client knows of one session. The client serialises its own start, stop and release
-// of a session (clientLock) so that it knows when the session may hear events.
+// What the client knows of one session while it holds it (a released session has no record).
+// The client serialises its own start, stop and release of a session (clientLock) so that it
+// knows when the session may hear events.
 struct SessionRecord {
     std::mutex clientLock;
-    std::atomic<bool> mayHear{false};  // set before a start, cleared once a stop returned
-    std::atomic<bool> released{false};
+    std::atomic<bool> mayHear{
+            false};  // set before a start, cleared once a stop or release returned
 };
 
 struct Counts {
@@ -66,12 +67,9 @@ class StressTest : public ServiceTest {
     void heard(int32_t handle) {
         mCounts.delivered++;
         std::shared_ptr<SessionRecord> session = record(handle);
-        if (session == nullptr || session->released || !session->mayHear) {
+        if (session == nullptr || !session->mayHear) {
             mCounts.violations++;
-            fprintf(stderr, "event for handle %d, which was not listening (%s)\n", handle,
-                    session == nullptr  ? "gone"
-                    : session->released ? "released"
-                                        : "stopped");
+            fprintf(stderr, "event for handle %d, which was not listening\n", handle);
         }
         // Now and then the callback ends its own session, if no client thread is at it.
         thread_local std::mt19937 random(7);
@@ -106,7 +104,7 @@ class StressTest : public ServiceTest {
 
     void release(int32_t handle, SessionRecord& session) {
         mVoxa->releaseSession(handle);
-        session.released = true;
+        session.mayHear = false;
         std::lock_guard<std::mutex> lock(mSessionsLock);
         mSessions.erase(handle);
     }
@@ -129,13 +127,10 @@ class StressTest : public ServiceTest {
                 mVoxa->getSupportedLanguages(0, &languages);
                 continue;
             }
-            int32_t handle;
-            std::shared_ptr<SessionRecord> session;
-            {
-                std::lock_guard<std::mutex> lock(mSessionsLock);
-                session = anySessionLocked(random, &handle);
-            }
-            if (session == nullptr) continue;
+            std::unique_lock<std::mutex> sessionsLock(mSessionsLock);
+            if (mSessions.empty()) continue;
+            auto [handle, session] = *std::next(mSessions.begin(), random() % mSessions.size());
+            sessionsLock.unlock();
             if (operation == 6) {
                 mVoxa->setParameter(handle, force);
                 continue;
@@ -151,28 +146,15 @@ class StressTest : public ServiceTest {
         }
     }
 
-    std::shared_ptr<SessionRecord> anySessionLocked(std::mt19937& random, int32_t* handle) {
-        if (mSessions.empty()) return nullptr;
-        auto entry = mSessions.begin();
-        std::advance(entry, random() % mSessions.size());
-        *handle = entry->first;
-        return entry->second;
-    }
-
     // The client's process dies: every session it had is closed once the death returns.
     void die(const std::shared_ptr<CountingGlobalCallback>& global) {
-        std::map<int32_t, std::shared_ptr<SessionRecord>> before;
-        {
-            std::lock_guard<std::mutex> lock(mSessionsLock);
-            before = mSessions;
-        }
+        std::unique_lock<std::mutex> lock(mSessionsLock);
+        std::map<int32_t, std::shared_ptr<SessionRecord>> before = mSessions;
+        lock.unlock();
         binder_host::killProcessOf(global->asBinder().get());
         mCounts.deaths++;
-        std::lock_guard<std::mutex> lock(mSessionsLock);
-        for (auto& [handle, session] : before) {
-            session->released = true;
-            mSessions.erase(handle);
-        }
+        lock.lock();
+        for (auto& entry : before) mSessions.erase(entry.first);
     }
 
     std::shared_ptr<Client> mClient = ndk::SharedRefBase::make<Client>(*this);
