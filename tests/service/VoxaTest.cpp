@@ -19,7 +19,7 @@ std::string pointerText(unsigned long address) {
     return text;
 }
 
-TEST(RegisterServiceTest, PublishesTheServiceUnderItsInstanceName) {
+TEST(RegisterServiceTest, PublishesTheServiceOrReturnsTheManagersStatus) {
     FakePal::instance().reset();
     binder_host::clearServices();
     LogCapture log;
@@ -37,11 +37,9 @@ TEST(RegisterServiceTest, PublishesTheServiceUnderItsInstanceName) {
     log.clear();
     binder_host::clearServices();  // the manager held the last reference
     EXPECT_THAT(log.lines(), ElementsAre(Info("~Voxa: ")));
-}
 
-TEST(RegisterServiceTest, RefusedRegistrationReturnsTheManagersStatus) {
-    binder_host::clearServices();
-    LogCapture log;
+    // A refused registration returns the manager's status.
+    log.clear();
     binder_host::failNextAddService(STATUS_ALREADY_EXISTS);
     EXPECT_EQ(STATUS_ALREADY_EXISTS, registerService());
     EXPECT_THAT(log.lines(),
@@ -392,11 +390,11 @@ TEST_F(VoxaTest, GlobalCallbackRegistration) {
     EXPECT_TRUE(pal().notifyResourcesAvailable());
     EXPECT_EQ(2, first->count());
     EXPECT_EQ(1, second->count());
-}
 
-TEST_F(VoxaTest, GlobalCallbackIsKeptWhenTheClientCannotBeWatched) {
+    // A callback whose client cannot be watched is still kept.
     auto callback = ndk::SharedRefBase::make<CountingGlobalCallback>();
     binder_host::failNextDeathRecipientNew();
+    mLog.clear();
     EXPECT_EQ(-1, serviceError(mVoxa->registerGlobalCallback(callback)));
     EXPECT_THAT(mLog.lines(),
                 ElementsAre(Error("registerGlobalCallback: Unable to create death recepient"),
