@@ -20,25 +20,19 @@ class VoxaSessionConcurrencyTest : public FakePalTest {
     }
 
     std::shared_ptr<RecordingCallback> mClient = ndk::SharedRefBase::make<RecordingCallback>();
-    // A binder thread's setParameter, held inside its PAL call (and so holding the session's
-    // lock) until the gate opens.
-    std::future<int> heldSetParameter(PalCallGate& gate) {
-        std::future<int> call = std::async(std::launch::async, [this] {
-            VoxaParameter force;
-            force.param = ParameterType::FORCE_OUTPUT_EVENT;
-            return mSession->setParameter(force);
-        });
-        gate.waitUntilEntered();
-        return call;
-    }
-
     std::shared_ptr<VoxaSession> mSession = std::make_shared<VoxaSession>(3, mClient);
     pal_stream_handle* mStream = nullptr;
 };
 
 TEST_F(VoxaSessionConcurrencyTest, EventWaitsForTheLockOfAListeningSession) {
+    // A binder thread's setParameter holds the session's lock inside its PAL call.
     PalCallGate gate(Function::StreamSetParam);
-    std::future<int> binderCall = heldSetParameter(gate);
+    std::future<int> binderCall = std::async(std::launch::async, [this] {
+        VoxaParameter force;
+        force.param = ParameterType::FORCE_OUTPUT_EVENT;
+        return mSession->setParameter(force);
+    });
+    gate.waitUntilEntered();
 
     std::future<int32_t> event = pal().raiseEventAsync(mStream, 0, asrPayload("waited"));
     EXPECT_EQ(std::future_status::timeout, event.wait_for(100ms));

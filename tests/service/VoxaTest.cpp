@@ -52,20 +52,6 @@ TEST(RegisterServiceTest, PublishesTheServiceOrReturnsTheManagersStatus) {
 
 class VoxaTest : public ServiceTest {};
 
-TEST_F(VoxaTest, HandlesCountUpFromZeroAndAreNeverReused) {
-    auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    EXPECT_EQ(0, openSession(client));
-
-    pal().queueResults(Function::StreamSetParam, {-16});
-    int32_t failed = -100;
-    EXPECT_EQ(-2, serviceError(mVoxa->initSession(testModel(), client, &failed)));
-    EXPECT_EQ(1, failed);
-    EXPECT_EQ(2, openSession(client));
-    EXPECT_TRUE(mVoxa->releaseSession(2).isOk());
-    EXPECT_EQ(3, openSession(client));
-    EXPECT_EQ(-1, serviceError(mVoxa->startListening(1, englishConfig())));
-}
-
 TEST_F(VoxaTest, UnknownHandlesAreInvalid) {
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
     int32_t released = openSession(client);
@@ -441,12 +427,22 @@ TEST_F(VoxaTest, TheClientIsWatchedWhileItHasSessions) {
     EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(c)));
 }
 
-// After the handle counter wraps around, a handle still in use is skipped: the live session keeps
-// its handle and its events.
+// Handles count up from zero, a failed initSession's included, and are never reused; after the
+// counter wraps around, a handle still in use is skipped: the live session keeps its handle and
+// its events.
 TEST_F(VoxaTest, WrappedHandlesSkipLiveSessions) {
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
     int32_t live = openSession(client);
     pal_stream_handle* liveStream = lastStream();
+    EXPECT_EQ(0, live);
+    pal().queueResults(Function::StreamSetParam, {-16});
+    int32_t failed = -100;
+    EXPECT_EQ(-2, serviceError(mVoxa->initSession(testModel(), client, &failed)));
+    EXPECT_EQ(1, failed);
+    EXPECT_EQ(2, openSession(client));
+    EXPECT_TRUE(mVoxa->releaseSession(2).isOk());
+    EXPECT_EQ(3, openSession(client));
+    EXPECT_EQ(-1, serviceError(mVoxa->startListening(1, englishConfig())));
     ASSERT_TRUE(mVoxa->startListening(live, englishConfig()).isOk());
 
     service().setNextHandle(INT32_MAX);
