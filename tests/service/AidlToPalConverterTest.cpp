@@ -1,22 +1,14 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <climits>
 
 #include "AidlToPalConverter.h"
-#include "Voxa.h"
-#include "support/Bytes.h"
-#include "support/LogCapture.h"
+#include "ServiceTestSupport.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
 namespace {
 
 using ::testing::ElementsAre;
-using voxa_test::Bytes;
-using voxa_test::Error;
-using voxa_test::Lines;
-using voxa_test::LogCapture;
 
 struct ModeBytes {
     uint8_t continuous, partial, buffering, bufferedEvent;
@@ -35,13 +27,6 @@ std::vector<uint8_t> configPayload(int32_t inputId, int32_t outputId, ModeBytes 
     bytes.i32(28, config.silence_detection_duration).u8(32, mode.bufferedEvent);
     bytes.u32(36, n).bytes(40, config.data);
     return bytes.vector();
-}
-
-VoxaConfig englishConfig() {
-    VoxaConfig config;
-    config.input_lang_code = "en-US";
-    config.output_lang_code = "en-US";
-    return config;
 }
 
 // The mode alone decides the mode bytes: the flags that sound like modes are never read, and an

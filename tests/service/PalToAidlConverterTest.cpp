@@ -1,16 +1,12 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
 #include "PalToAidlConverter.h"
-#include "support/Bytes.h"
+#include "ServiceTestSupport.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
 namespace {
 
 using ::testing::IsEmpty;
-using voxa_test::Bytes;
 
 // Payloads are written by offset, as the engine lays them out.
 constexpr size_t kAsrStride = 5140;
