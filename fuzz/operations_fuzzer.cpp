@@ -58,10 +58,9 @@ class Hearing {
     ndk::ScopedAStatus heard(int32_t handle) {
         if (handle >= 0) {
             std::lock_guard<std::mutex> guard(mModel.lock);
+            // An event for a session that is not listening.
             auto session = mModel.held.find(handle);
-            if (session == mModel.held.end() || !session->second.mayHear) {
-                __builtin_trap();  // an event for a session that is not listening
-            }
+            if (session == mModel.held.end() || !session->second.mayHear) __builtin_trap();
         }
         std::function<void(int32_t)> call = std::move(nested);
         nested = nullptr;

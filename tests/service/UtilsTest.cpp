@@ -7,14 +7,12 @@
 namespace aidl::vendor::orbo::hardware::voxa {
 namespace {
 
-struct StatusCase {
-    int status;
-    int32_t serviceError;
-    const char* message;
-};
-
 TEST(UtilsTest, InternalStatusesBecomeServiceErrorsNamedAfterTheirValue) {
-    const StatusCase cases[] = {
+    const struct {
+        int status;
+        int32_t serviceError;
+        const char* message;
+    } cases[] = {
             {-16, -2, "RESOURCE_CONTENTION"},
             {-38, -3, "OPERATION_NOT_SUPPORTED"},
             {-22, -1, "INVALID"},
@@ -25,7 +23,7 @@ TEST(UtilsTest, InternalStatusesBecomeServiceErrorsNamedAfterTheirValue) {
     // Zero is success for binder but a failure as a service error.
     EXPECT_TRUE(Utils::convertToAidlStatus(0).isOk());
     EXPECT_EQ(-4, Utils::convertToServiceError(0));
-    for (const StatusCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.status);
         ndk::ScopedAStatus status = Utils::convertToAidlStatus(c.status);
         EXPECT_FALSE(status.isOk());
