@@ -16,10 +16,12 @@
 
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "Service.h"
 
@@ -31,12 +33,15 @@ namespace {
 
 constexpr size_t kMaxSteps = 64;
 
-// What the client knows of its sessions: the stream of each one it holds, and those that must
-// not hear an event now.
+// What the client knows of each session it holds: its stream, and whether it may hear an event
+// now (from just before a start until a stop returned).
+struct Held {
+    pal_stream_handle* stream;
+    bool mayHear;
+};
 struct ClientModel {
     std::mutex lock;
-    std::map<int32_t, pal_stream_handle*> live;
-    std::set<int32_t> quiet;
+    std::map<int32_t, Held> held;
 };
 
 // What both of the client's callbacks do: check that the event may arrive, then make the call
@@ -53,9 +58,9 @@ class Hearing {
     ndk::ScopedAStatus heard(int32_t handle) {
         if (handle >= 0) {
             std::lock_guard<std::mutex> guard(mModel.lock);
-            if (mModel.quiet.count(handle) != 0 || mModel.live.count(handle) == 0) {
-                __builtin_trap();  // an event for a session that is not listening
-            }
+            // An event for a session that is not listening.
+            auto session = mModel.held.find(handle);
+            if (session == mModel.held.end() || !session->second.mayHear) __builtin_trap();
         }
         std::function<void(int32_t)> call = std::move(nested);
         nested = nullptr;
@@ -101,58 +106,40 @@ class Run {
     }
 
     void step() {
-        switch (mInput.ConsumeIntegralInRange<int>(0, 12)) {
-            case 0:
-                registerGlobalCallback();
-                break;
-            case 1:
-                initSession();
-                break;
-            case 2:
-                start(anyHandle());
-                break;
-            case 3:
-                setParameter(anyHandle());
-                break;
-            case 4:
-                stop(anyHandle());
-                break;
-            case 5:
-                release(anyHandle());
-                break;
-            case 6: {
-                std::vector<std::string> languages;
-                mVoxa->getSupportedLanguages(anyHandle(), &languages);
-                break;
-            }
-            case 7:
-                scriptPal();
-                break;
-            case 8:
-                raiseEvent();
-                break;
-            case 9:
-                FakePal::instance().notifyResourcesAvailable();
-                break;
-            case 10:
-                die();
-                break;
-            default:
-                callBackOnNextEvent();
-                break;
-        }
+        const std::function<void()> steps[] = {
+                [this] { registerGlobalCallback(); },
+                [this] { initSession(); },
+                [this] { start(anyHandle()); },
+                [this] { setParameter(anyHandle()); },
+                [this] { stop(anyHandle()); },
+                [this] { release(anyHandle()); },
+                [this] { getSupportedLanguages(anyHandle()); },
+                [this] { scriptPal(); },
+                [this] { raiseEvent(anyHandle()); },
+                [] { FakePal::instance().notifyResourcesAvailable(); },
+                [this] { die(); },
+                [this] { callBackOnNextEvent(); },
+        };
+        steps[mInput.ConsumeIntegralInRange<size_t>(0, std::size(steps) - 1)]();
         checkStreams();
     }
 
   private:
     int32_t anyHandle() {
         std::lock_guard<std::mutex> guard(mModel.lock);
-        if (mModel.live.empty() || mInput.ConsumeIntegralInRange<int>(0, 7) == 0) {
+        if (mModel.held.empty() || mInput.ConsumeIntegralInRange<int>(0, 7) == 0) {
             return mInput.ConsumeIntegralInRange<int32_t>(-2, 70);
         }
-        auto entry = mModel.live.begin();
-        std::advance(entry, mInput.ConsumeIntegralInRange<size_t>(0, mModel.live.size() - 1));
+        auto entry = mModel.held.begin();
+        std::advance(entry, mInput.ConsumeIntegralInRange<size_t>(0, mModel.held.size() - 1));
         return entry->first;
+    }
+
+    // Sets whether a held session may hear events; returns what it was (false if not held).
+    bool setMayHear(int32_t handle, bool mayHear) {
+        std::lock_guard<std::mutex> guard(mModel.lock);
+        auto session = mModel.held.find(handle);
+        return session != mModel.held.end() && std::exchange(session->second.mayHear, mayHear);
     }
 
     void registerGlobalCallback() {
@@ -171,8 +158,8 @@ class Run {
         int32_t handle;
         if (!mVoxa->initSession(model, mSessions, &handle).isOk()) return;
         std::lock_guard<std::mutex> guard(mModel.lock);
-        mModel.live[handle] = FakePal::instance().calls(Function::StreamOpen).back().stream;
-        mModel.quiet.insert(handle);
+        mModel.held[handle] = {FakePal::instance().calls(Function::StreamOpen).back().stream,
+                               false};
     }
 
     void start(int32_t handle) {
@@ -184,15 +171,8 @@ class Run {
         config.threshold = mInput.ConsumeIntegral<int32_t>();
         config.silence_detection_duration = mInput.ConsumeIntegral<int32_t>();
         config.data = mInput.ConsumeBytes<uint8_t>(mInput.ConsumeIntegralInRange<size_t>(0, 64));
-        bool wasQuiet;
-        {
-            std::lock_guard<std::mutex> guard(mModel.lock);
-            wasQuiet = mModel.quiet.erase(handle) != 0;
-        }
-        if (!mVoxa->startListening(handle, config).isOk() && wasQuiet) {
-            std::lock_guard<std::mutex> guard(mModel.lock);
-            mModel.quiet.insert(handle);
-        }
+        const bool before = setMayHear(handle, true);
+        if (!mVoxa->startListening(handle, config).isOk()) setMayHear(handle, before);
     }
 
     // A known code, one that is not, or any text.
@@ -211,15 +191,18 @@ class Run {
 
     void stop(int32_t handle) {
         mVoxa->stopListening(handle);
-        std::lock_guard<std::mutex> guard(mModel.lock);
-        mModel.quiet.insert(handle);
+        setMayHear(handle, false);
     }
 
     void release(int32_t handle) {
         mVoxa->releaseSession(handle);
         std::lock_guard<std::mutex> guard(mModel.lock);
-        mModel.live.erase(handle);
-        mModel.quiet.insert(handle);
+        mModel.held.erase(handle);
+    }
+
+    void getSupportedLanguages(int32_t handle) {
+        std::vector<std::string> languages;
+        mVoxa->getSupportedLanguages(handle, &languages);
     }
 
     void scriptPal() {
@@ -229,18 +212,15 @@ class Run {
                 {results[mInput.ConsumeIntegralInRange<int>(0, 4)]});
     }
 
-    void raiseEvent() {
-        pal_stream_handle* stream = nullptr;
+    // An event on the stream of a held session.
+    void raiseEvent(int32_t handle) {
+        pal_stream_handle* stream;
         {
             std::lock_guard<std::mutex> guard(mModel.lock);
-            if (!mModel.live.empty()) {
-                auto entry = mModel.live.begin();
-                std::advance(entry,
-                             mInput.ConsumeIntegralInRange<size_t>(0, mModel.live.size() - 1));
-                stream = entry->second;
-            }
+            auto session = mModel.held.find(handle);
+            if (session == mModel.held.end()) return;
+            stream = session->second.stream;
         }
-        if (stream == nullptr) return;
         uint32_t eventId = mInput.ConsumeIntegralInRange<uint32_t>(0, 3);
         // One result (or one speaker) whose first fields come from the input; no trailing data.
         std::vector<uint8_t> payload(eventId == 1 ? 8 + sizeof(pal_asr_ts_result)
@@ -257,8 +237,7 @@ class Run {
         if (mWatched == nullptr) return;
         binder_host::killProcessOf(mWatched->asBinder().get());
         std::lock_guard<std::mutex> guard(mModel.lock);
-        for (auto& [handle, stream] : mModel.live) mModel.quiet.insert(handle);
-        mModel.live.clear();
+        mModel.held.clear();
         mWatched = nullptr;
         mGlobal = nullptr;
     }
@@ -269,24 +248,10 @@ class Run {
         int32_t other = anyHandle();
         bool own = mInput.ConsumeBool();
         auto nested = [this, operation, other, own](int32_t handle) {
-            int32_t target = own && handle >= 0 ? handle : other;
-            switch (operation) {
-                case 0:
-                    stop(target);
-                    break;
-                case 1:
-                    release(target);
-                    break;
-                case 2:
-                    start(target);
-                    break;
-                case 3:
-                    setParameter(target);
-                    break;
-                default:
-                    initSession();
-                    break;
-            }
+            static void (Run::*const kOnSession[])(int32_t) = {&Run::stop, &Run::release,
+                                                               &Run::start, &Run::setParameter};
+            if (operation == 4) return initSession();
+            (this->*kOnSession[operation])(own && handle >= 0 ? handle : other);
         };
         mSessions->nested = nested;
         if (mGlobal != nullptr) mGlobal->nested = nested;
@@ -296,7 +261,7 @@ class Run {
         std::vector<pal_stream_handle*> open = FakePal::instance().openStreams();
         std::lock_guard<std::mutex> guard(mModel.lock);
         std::set<pal_stream_handle*> held;
-        for (auto& [handle, stream] : mModel.live) held.insert(stream);
+        for (auto& [handle, session] : mModel.held) held.insert(session.stream);
         if (held != std::set<pal_stream_handle*>(open.begin(), open.end())) __builtin_trap();
     }
 

@@ -1,28 +1,19 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
 #include "PalToAidlConverter.h"
-#include "support/Bytes.h"
+#include "ServiceTestSupport.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
 namespace {
 
 using ::testing::IsEmpty;
-using voxa_test::Bytes;
-using voxa_test::readAt;
 
 // Payloads are written by offset, as the engine lays them out.
 constexpr size_t kAsrStride = 5140;
 constexpr size_t kTsStride = 14768;
 
-size_t asrItem(size_t i) {
-    return 8 + kAsrStride * i;
-}
-size_t tsItem(size_t i) {
-    return 8 + kTsStride * i;
-}
+constexpr auto asrItem = [](size_t i) { return 8 + kAsrStride * i; };
+constexpr auto tsItem = [](size_t i) { return 8 + kTsStride * i; };
 
 // A failure with no results: the status, an empty list in place of the old one, and the
 // time-stamped list left alone.
@@ -152,18 +143,9 @@ TEST(ConvertSdzEventTest, OneResultWithTwoSpeakers) {
     payload.u32(0, 1).u32(8, 2).u32(12, 7);
     payload.i32(16, 11).i64(24, 100).i64(32, 200);
     payload.i32(160, 12).i64(168, 300).i64(176, -400);
-    SpeakerDiarizationEvent event = convertSdz(payload);
-    ASSERT_EQ(1u, event.events.size());
-    EXPECT_EQ(2, event.events[0].speaker_count);
-    EXPECT_TRUE(event.events[0].flag);
-    EXPECT_THAT(event.events[0].data, IsEmpty());
-    ASSERT_EQ(2u, event.events[0].speakers.size());
-    EXPECT_EQ(11, event.events[0].speakers[0].value);
-    EXPECT_EQ(100, event.events[0].speakers[0].start_ts);
-    EXPECT_EQ(200, event.events[0].speakers[0].end_ts);
-    EXPECT_EQ(12, event.events[0].speakers[1].value);
-    EXPECT_EQ(300, event.events[0].speakers[1].start_ts);
-    EXPECT_EQ(-400, event.events[0].speakers[1].end_ts);
+    SpeakerDiarizationEvent expected;
+    expected.events.push_back({2, true, {{11, 100, 200}, {12, 300, -400}}, {}});
+    EXPECT_EQ(expected, convertSdz(payload));
 }
 
 TEST(ConvertSdzEventTest, ResultHeadersOverlayThePreviousSpeakerRecords) {
@@ -173,22 +155,10 @@ TEST(ConvertSdzEventTest, ResultHeadersOverlayThePreviousSpeakerRecords) {
     // and result 1's speakers start at 24 and 168.
     payload.i32(16, 2).u32(20, 0).i64(24, 5).i64(32, 6);
     payload.i32(168, 77).i64(176, 8).i64(184, 9);
-    SpeakerDiarizationEvent event = convertSdz(payload);
-
-    ASSERT_EQ(2u, event.events.size());
-    EXPECT_EQ(1, event.events[0].speaker_count);
-    EXPECT_FALSE(event.events[0].flag);
-    ASSERT_EQ(1u, event.events[0].speakers.size());
-    EXPECT_EQ(2, event.events[0].speakers[0].value);
-
-    EXPECT_EQ(2, event.events[1].speaker_count);
-    EXPECT_FALSE(event.events[1].flag);
-    ASSERT_EQ(2u, event.events[1].speakers.size());
-    EXPECT_EQ(5, event.events[1].speakers[0].value);
-    EXPECT_EQ(readAt<int64_t>(payload.vector(), 32), event.events[1].speakers[0].start_ts);
-    EXPECT_EQ(77, event.events[1].speakers[1].value);
-    EXPECT_EQ(8, event.events[1].speakers[1].start_ts);
-    EXPECT_EQ(9, event.events[1].speakers[1].end_ts);
+    SpeakerDiarizationEvent expected;
+    expected.events.push_back({1, false, {{2, 5, 6}}, {}});
+    expected.events.push_back({2, false, {{5, 6, 0}, {77, 8, 9}}, {}});
+    EXPECT_EQ(expected, convertSdz(payload));
 }
 
 }  // namespace

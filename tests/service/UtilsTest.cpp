@@ -7,14 +7,12 @@
 namespace aidl::vendor::orbo::hardware::voxa {
 namespace {
 
-struct StatusCase {
-    int status;
-    int32_t serviceError;
-    const char* message;
-};
-
 TEST(UtilsTest, InternalStatusesBecomeServiceErrorsNamedAfterTheirValue) {
-    const StatusCase cases[] = {
+    const struct {
+        int status;
+        int32_t serviceError;
+        const char* message;
+    } cases[] = {
             {-16, -2, "RESOURCE_CONTENTION"},
             {-38, -3, "OPERATION_NOT_SUPPORTED"},
             {-22, -1, "INVALID"},
@@ -22,7 +20,10 @@ TEST(UtilsTest, InternalStatusesBecomeServiceErrorsNamedAfterTheirValue) {
             {1, -4, "FAILURE"},
             {-32, -4, "FAILURE"},
     };
-    for (const StatusCase& c : cases) {
+    // Zero is success for binder but a failure as a service error.
+    EXPECT_TRUE(Utils::convertToAidlStatus(0).isOk());
+    EXPECT_EQ(-4, Utils::convertToServiceError(0));
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.status);
         ndk::ScopedAStatus status = Utils::convertToAidlStatus(c.status);
         EXPECT_FALSE(status.isOk());
@@ -31,11 +32,6 @@ TEST(UtilsTest, InternalStatusesBecomeServiceErrorsNamedAfterTheirValue) {
         EXPECT_STREQ(c.message, status.getMessage());
         EXPECT_EQ(c.serviceError, Utils::convertToServiceError(c.status));
     }
-}
-
-TEST(UtilsTest, ZeroIsSuccessForBinderButFailureAsServiceError) {
-    EXPECT_TRUE(Utils::convertToAidlStatus(0).isOk());
-    EXPECT_EQ(-4, Utils::convertToServiceError(0));
 }
 
 // Groups are read in text order, hex digits in either case, short groups and text after the

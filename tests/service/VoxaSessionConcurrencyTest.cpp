@@ -3,35 +3,13 @@
 #include <future>
 #include <thread>
 
-#include "SessionTestSupport.h"
+#include "ServiceTestSupport.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
 namespace {
 
 using namespace std::chrono_literals;
 using ::testing::IsEmpty;
-
-// Holds a PAL function inside its call, so that the session's lock stays taken by the binder
-// thread that called it, until release().
-class PalCallGate {
-  public:
-    explicit PalCallGate(Function function) : mFunction(function) {
-        FakePal::instance().setHook(function, [this] {
-            mEntered.set_value();
-            mRelease.wait();
-        });
-    }
-    ~PalCallGate() { FakePal::instance().setHook(mFunction, nullptr); }
-
-    void waitUntilEntered() { mEntered.get_future().wait(); }
-    void release() { mReleaseSignal.set_value(); }
-
-  private:
-    Function mFunction;
-    std::promise<void> mEntered;
-    std::promise<void> mReleaseSignal;
-    std::shared_future<void> mRelease = mReleaseSignal.get_future().share();
-};
 
 class VoxaSessionConcurrencyTest : public FakePalTest {
   protected:
@@ -42,25 +20,19 @@ class VoxaSessionConcurrencyTest : public FakePalTest {
     }
 
     std::shared_ptr<RecordingCallback> mClient = ndk::SharedRefBase::make<RecordingCallback>();
-    // A binder thread's setParameter, held inside its PAL call (and so holding the session's
-    // lock) until the gate opens.
-    std::future<int> heldSetParameter(PalCallGate& gate) {
-        std::future<int> call = std::async(std::launch::async, [this] {
-            VoxaParameter force;
-            force.param = ParameterType::FORCE_OUTPUT_EVENT;
-            return mSession->setParameter(force);
-        });
-        gate.waitUntilEntered();
-        return call;
-    }
-
     std::shared_ptr<VoxaSession> mSession = std::make_shared<VoxaSession>(3, mClient);
     pal_stream_handle* mStream = nullptr;
 };
 
 TEST_F(VoxaSessionConcurrencyTest, EventWaitsForTheLockOfAListeningSession) {
+    // A binder thread's setParameter holds the session's lock inside its PAL call.
     PalCallGate gate(Function::StreamSetParam);
-    std::future<int> binderCall = heldSetParameter(gate);
+    std::future<int> binderCall = std::async(std::launch::async, [this] {
+        VoxaParameter force;
+        force.param = ParameterType::FORCE_OUTPUT_EVENT;
+        return mSession->setParameter(force);
+    });
+    gate.waitUntilEntered();
 
     std::future<int32_t> event = pal().raiseEventAsync(mStream, 0, asrPayload("waited"));
     EXPECT_EQ(std::future_status::timeout, event.wait_for(100ms));

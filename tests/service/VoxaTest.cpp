@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
-#include <future>
 #include <set>
 #include <thread>
 
@@ -20,7 +19,7 @@ std::string pointerText(unsigned long address) {
     return text;
 }
 
-TEST(RegisterServiceTest, PublishesTheServiceUnderItsInstanceName) {
+TEST(RegisterServiceTest, PublishesTheServiceOrReturnsTheManagersStatus) {
     FakePal::instance().reset();
     binder_host::clearServices();
     LogCapture log;
@@ -38,11 +37,9 @@ TEST(RegisterServiceTest, PublishesTheServiceUnderItsInstanceName) {
     log.clear();
     binder_host::clearServices();  // the manager held the last reference
     EXPECT_THAT(log.lines(), ElementsAre(Info("~Voxa: ")));
-}
 
-TEST(RegisterServiceTest, RefusedRegistrationReturnsTheManagersStatus) {
-    binder_host::clearServices();
-    LogCapture log;
+    // A refused registration returns the manager's status.
+    log.clear();
     binder_host::failNextAddService(STATUS_ALREADY_EXISTS);
     EXPECT_EQ(STATUS_ALREADY_EXISTS, registerService());
     EXPECT_THAT(log.lines(),
@@ -54,20 +51,6 @@ TEST(RegisterServiceTest, RefusedRegistrationReturnsTheManagersStatus) {
 }
 
 class VoxaTest : public ServiceTest {};
-
-TEST_F(VoxaTest, HandlesCountUpFromZeroAndAreNeverReused) {
-    auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    EXPECT_EQ(0, openSession(client));
-
-    pal().queueResults(Function::StreamSetParam, {-16});
-    int32_t failed = -100;
-    EXPECT_EQ(-2, serviceError(mVoxa->initSession(testModel(), client, &failed)));
-    EXPECT_EQ(1, failed);
-    EXPECT_EQ(2, openSession(client));
-    EXPECT_TRUE(mVoxa->releaseSession(2).isOk());
-    EXPECT_EQ(3, openSession(client));
-    EXPECT_EQ(-1, serviceError(mVoxa->startListening(1, englishConfig())));
-}
 
 TEST_F(VoxaTest, UnknownHandlesAreInvalid) {
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
@@ -393,11 +376,11 @@ TEST_F(VoxaTest, GlobalCallbackRegistration) {
     EXPECT_TRUE(pal().notifyResourcesAvailable());
     EXPECT_EQ(2, first->count());
     EXPECT_EQ(1, second->count());
-}
 
-TEST_F(VoxaTest, GlobalCallbackIsKeptWhenTheClientCannotBeWatched) {
+    // A callback whose client cannot be watched is still kept.
     auto callback = ndk::SharedRefBase::make<CountingGlobalCallback>();
     binder_host::failNextDeathRecipientNew();
+    mLog.clear();
     EXPECT_EQ(-1, serviceError(mVoxa->registerGlobalCallback(callback)));
     EXPECT_THAT(mLog.lines(),
                 ElementsAre(Error("registerGlobalCallback: Unable to create death recepient"),
@@ -444,12 +427,22 @@ TEST_F(VoxaTest, TheClientIsWatchedWhileItHasSessions) {
     EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(c)));
 }
 
-// After the handle counter wraps around, a handle still in use is skipped: the live session keeps
-// its handle and its events.
+// Handles count up from zero, a failed initSession's included, and are never reused; after the
+// counter wraps around, a handle still in use is skipped: the live session keeps its handle and
+// its events.
 TEST_F(VoxaTest, WrappedHandlesSkipLiveSessions) {
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
     int32_t live = openSession(client);
     pal_stream_handle* liveStream = lastStream();
+    EXPECT_EQ(0, live);
+    pal().queueResults(Function::StreamSetParam, {-16});
+    int32_t failed = -100;
+    EXPECT_EQ(-2, serviceError(mVoxa->initSession(testModel(), client, &failed)));
+    EXPECT_EQ(1, failed);
+    EXPECT_EQ(2, openSession(client));
+    EXPECT_TRUE(mVoxa->releaseSession(2).isOk());
+    EXPECT_EQ(3, openSession(client));
+    EXPECT_EQ(-1, serviceError(mVoxa->startListening(1, englishConfig())));
     ASSERT_TRUE(mVoxa->startListening(live, englishConfig()).isOk());
 
     service().setNextHandle(INT32_MAX);
@@ -583,20 +576,14 @@ TEST_F(VoxaTest, DumpReportsTheServiceAndEachSession) {
             dumpOf(mVoxa));
 
     // A session busy in a long PAL call is reported without waiting for it.
-    std::promise<void> entered;
-    std::promise<void> release;
-    pal().setHook(Function::StreamSetParam, [&] {
-        entered.set_value();
-        release.get_future().wait();
-    });
+    PalCallGate gate(Function::StreamSetParam);
     VoxaParameter force;
     force.param = ParameterType::FORCE_OUTPUT_EVENT;
     std::thread binder([&] { mVoxa->setParameter(listening, force); });
-    entered.get_future().wait();
+    gate.waitUntilEntered();
     EXPECT_THAT(dumpOf(mVoxa), ::testing::HasSubstr("  handle 0: listening, busy in a PAL call\n"
                                                     "    events delivered: plain 0"));
-    pal().setHook(Function::StreamSetParam, nullptr);
-    release.set_value();
+    gate.release();
     binder.join();
 }
 
