@@ -11,15 +11,14 @@
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <future>
-#include <iterator>
 #include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Service.h"
+#include "support/Bytes.h"
 #include "support/RecordingCallback.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
@@ -27,13 +26,8 @@ namespace {
 
 using namespace std::chrono_literals;
 using voxa_test::CountingGlobalCallback;
+using voxa_test::readFile;
 using voxa_test::RecordingCallback;
-
-std::string readFile(const std::string& path) {
-    std::ifstream file(path);
-    EXPECT_TRUE(file) << path;
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 // The instance that the VINTF fragment declares, freshly registered: a fragment that names
 // another instance than registerService registers finds no service.

@@ -9,14 +9,14 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "support/Bytes.h"
 
 namespace engine_test {
 
@@ -30,22 +30,9 @@ const std::string kSecondRecording = kLibriVox + "0930.wav";
 const std::string kLongRecording = kLibriVox + "0870.wav";
 
 using Bytes = std::vector<uint8_t>;
-
-template <typename T>
-T readAt(const Bytes& bytes, size_t offset) {
-    T value;
-    std::memcpy(&value, bytes.data() + offset, sizeof(T));
-    return value;
-}
-
-inline std::string textAt(const Bytes& bytes, size_t offset) {
-    return reinterpret_cast<const char*>(bytes.data() + offset);
-}
-
-inline std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
+using voxa_test::readAt;
+using voxa_test::readFile;
+using voxa_test::textAt;
 
 // Writes `seconds` of digital silence as a WAV file in the recordings' format (16 kHz mono, 16
 // bits, a 44-byte header); returns its path.

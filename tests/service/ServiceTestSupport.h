@@ -76,7 +76,7 @@ class FakePalTest : public ::testing::Test {
 class PalCallGate {
   public:
     explicit PalCallGate(Function function) : mFunction(function) {
-        FakePal::instance().setHook(function, [this] {
+        FakePal::instance().setHook(function, [this](const fake_pal::Call&) {
             mEntered.set_value();
             mRelease.wait();
         });

@@ -122,7 +122,8 @@ TEST_F(VoxaConcurrencyTest, InitSessionRacingClientDeath) {
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
     constexpr int kThreads = 3;
     std::atomic<bool> killing{false};
-    pal().setHook(Function::StreamOpen, [&] { tOpenedBeforeDeath = !killing; });
+    pal().setHook(Function::StreamOpen,
+                  [&](const fake_pal::Call&) { tOpenedBeforeDeath = !killing; });
     for (int round = 0; round < 100; ++round) {
         auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
         ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());

@@ -71,7 +71,7 @@ TEST_F(VoxaSessionConcurrencyTest, EventRaisedWhileStartingWaitsForTheOutcome) {
         ASSERT_EQ(0, mSession->stop());
         pal().queueResults(Function::StreamStart, {startResult});
         std::future<int32_t> event;
-        pal().setHook(Function::StreamStart, [&] {
+        pal().setHook(Function::StreamStart, [&](const fake_pal::Call&) {
             event = pal().raiseEventAsync(mStream, 0, asrPayload("early"));
             std::this_thread::sleep_for(20ms);
         });

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -45,6 +47,17 @@ T readAt(const std::vector<uint8_t>& bytes, size_t offset) {
     T value;
     std::memcpy(&value, bytes.data() + offset, sizeof(T));
     return value;
+}
+
+// The NUL-terminated text at `offset`.
+inline std::string textAt(const std::vector<uint8_t>& bytes, size_t offset) {
+    return reinterpret_cast<const char*>(bytes.data() + offset);
+}
+
+// The whole of a file; empty if it cannot be read.
+inline std::string readFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 }  // namespace voxa_test

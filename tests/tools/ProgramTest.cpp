@@ -13,11 +13,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "support/Bytes.h"
 
 namespace voxa_test {
 namespace {
@@ -51,11 +52,6 @@ struct Ran {
 
 std::string temporaryPath(const std::string& name) {
     return ::testing::TempDir() + "voxa-program-" + std::to_string(getpid()) + "-" + name;
-}
-
-std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 std::string takeFile(const std::string& path) {

@@ -24,21 +24,18 @@ using fake_pal::Call;
 using fake_pal::FakePal;
 using fake_pal::Function;
 
+constexpr Function kWatchedCalls[] = {Function::StreamStart, Function::StreamStop,
+                                      Function::StreamClose};
+
 // One recogniser behind every stream. While a stream is started it raises a result on it every
 // 2 ms from its own thread; a stopped stream gets one last result, which reaches the service after
-// its stop and must go no further. A start while another stream runs is refused (EBUSY). It reads
-// which streams run from the fake's record of calls, so nothing may reset the fake while it runs;
-// the refusal queued in the start's hook is taken by the next recorded start.
+// its stop and must go no further. A start while another stream runs is refused (EBUSY).
 class Engine {
   public:
     Engine() {
-        FakePal::instance().setHook(Function::StreamStart, [this] {
-            std::lock_guard<std::mutex> lock(mLock);
-            catchUpLocked();
-            if (mStarted.empty()) return;
-            ++mRefusals;
-            FakePal::instance().queueResults(Function::StreamStart, {-16});
-        });
+        for (Function function : kWatchedCalls) {
+            FakePal::instance().setHook(function, [this](const Call& call) { onCall(call); });
+        }
         mThread = std::thread(&Engine::run, this);
     }
     ~Engine() {
@@ -48,24 +45,19 @@ class Engine {
         }
         mWake.notify_all();
         mThread.join();
-        FakePal::instance().setHook(Function::StreamStart, nullptr);
+        for (Function function : kWatchedCalls) FakePal::instance().setHook(function, nullptr);
     }
 
   private:
-    // Requires mLock.
-    void catchUpLocked() {
-        std::vector<Call> calls = FakePal::instance().calls();
-        for (; mSeen < calls.size(); ++mSeen) {
-            const Call& call = calls[mSeen];
-            if (call.function == Function::StreamStart && mRefusals > 0) {
-                --mRefusals;
-            } else if (call.function == Function::StreamStart) {
-                mStarted.insert(call.stream);
-            } else if (call.function == Function::StreamStop && mStarted.erase(call.stream)) {
-                mFlushing.push_back(call.stream);
-            } else if (call.function == Function::StreamClose) {
-                mStarted.erase(call.stream);
-            }
+    // Runs inside the PAL call, before the fake chooses its result.
+    void onCall(const Call& call) {
+        std::lock_guard<std::mutex> lock(mLock);
+        if (call.function == Function::StreamStart && !mStarted.empty()) {
+            FakePal::instance().queueResults(Function::StreamStart, {-16});
+        } else if (call.function == Function::StreamStart) {
+            mStarted.insert(call.stream);
+        } else if (mStarted.erase(call.stream) && call.function == Function::StreamStop) {
+            mFlushing.push_back(call.stream);
         }
     }
 
@@ -77,7 +69,6 @@ class Engine {
         std::strcpy(event->event[0].text, "hello");
         std::unique_lock<std::mutex> lock(mLock);
         while (!mStopping) {
-            catchUpLocked();
             std::vector<pal_stream_handle*> streams;
             streams.swap(mFlushing);
             streams.insert(streams.end(), mStarted.begin(), mStarted.end());
@@ -91,8 +82,6 @@ class Engine {
 
     std::mutex mLock;
     std::condition_variable mWake;
-    size_t mSeen = 0;                           // guarded by mLock; calls already read
-    int mRefusals = 0;                          // guarded by mLock; queued, not yet recorded
     std::set<pal_stream_handle*> mStarted;      // guarded by mLock
     std::vector<pal_stream_handle*> mFlushing;  // guarded by mLock; stopped, last result due
     bool mStopping = false;                     // guarded by mLock

@@ -71,18 +71,18 @@ void FakePal::clearCalls() {
     mCalls.clear();
 }
 
-void FakePal::setHook(Function function, std::function<void()> hook) {
+void FakePal::setHook(Function function, std::function<void(const Call&)> hook) {
     std::lock_guard<std::mutex> lock(mLock);
     mHooks[static_cast<size_t>(function)] = std::move(hook);
 }
 
-void FakePal::runHook(Function function) {
-    std::function<void()> hook;
+void FakePal::runHook(const Call& call) {
+    std::function<void(const Call&)> hook;
     {
         std::lock_guard<std::mutex> lock(mLock);
-        hook = mHooks[static_cast<size_t>(function)];
+        hook = mHooks[static_cast<size_t>(call.function)];
     }
-    if (hook) hook();
+    if (hook) hook(call);
 }
 
 std::vector<Call> FakePal::calls() const {
@@ -210,7 +210,7 @@ int32_t FakePal::deliver(pal_stream_handle* stream, const std::function<int32_t(
 }
 
 int32_t FakePal::record(Call call, pal_stream_handle** openedStream) {
-    runHook(call.function);
+    runHook(call);
     std::unique_lock<std::mutex> lock(mLock);
     Script& script = mScripts[static_cast<size_t>(call.function)];
     int32_t result = script.result;

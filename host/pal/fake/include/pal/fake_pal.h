@@ -86,9 +86,10 @@ class FakePal {
     // Forgets the calls only; streams, scripts and the registration stay.
     void clearCalls();
 
-    // Runs `hook` inside every later call of `function`, before the call is recorded and without
-    // any lock of the fake held (for example to hold the caller there). Null removes it.
-    void setHook(Function function, std::function<void()> hook);
+    // Runs `hook` inside every later call of `function`, with the call's arguments, before the
+    // call is recorded or its result chosen, and without any lock of the fake held (for example to
+    // hold the caller there, or to queue the call's result). Null removes it.
+    void setHook(Function function, std::function<void(const Call&)> hook);
 
     // The calls made since the last reset, in the order they were made.
     std::vector<Call> calls() const;
@@ -150,7 +151,7 @@ class FakePal {
     // pal_stream_close marks the stream closed, and a pal_set_param with the resources-available
     // registration stores it.
     int32_t record(Call call, pal_stream_handle** openedStream);
-    void runHook(Function function);
+    void runHook(const Call& call);
     int32_t deliver(pal_stream_handle* stream, const std::function<int32_t()>& callback);
     Stream* findStreamLocked(pal_stream_handle* handle);
 
@@ -163,7 +164,7 @@ class FakePal {
     std::vector<Stream> mStreams;                 // guarded by mLock
     std::deque<pal_stream_handle> mHandles;       // guarded by mLock; never shrinks, so never moves
     pal_resources_available_param mResources{};   // guarded by mLock
-    std::array<std::function<void()>, kFunctionCount> mHooks;  // guarded by mLock
+    std::array<std::function<void(const Call&)>, kFunctionCount> mHooks;  // guarded by mLock
     pal_stream_handle* mDelivering = nullptr;  // guarded by mLock; the stream being called back
     bool mNotifying = false;                   // guarded by mLock; resources being reported
     std::condition_variable mDeliveryDone;     // signalled when either of the two is cleared
