@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks the frozen history of the interface package.
+"""Checks the frozen history of the interface package; the host build runs it before it generates
+any code, as the platform's build does.
 
 Fails unless the versions that Android.bp declares are exactly the version folders under
 aidl_api/<package>/, each folder's .hash is the one the platform's build computes for it, the
@@ -13,8 +14,7 @@ import os
 import re
 import sys
 
-sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "..", "tools", "aidl"))
-import aidl_api_hash  # noqa: E402
+import aidl_api_hash
 
 FROZEN_HEADER = (
     "// Frozen interface definition, kept exactly as it was released. Do not edit it: changes go\n"
@@ -86,8 +86,7 @@ def main(argv):
         print(__doc__, file=sys.stderr)
         return 2
     found = problems(*argv)
-    print("".join(f"FAIL {problem}\n" for problem in found), end="")
-    print(f"frozen API: {len(found)} problem(s) in {argv[0]}")
+    print("".join(f"frozen API: {problem}\n" for problem in found), end="", file=sys.stderr)
     return 1 if found else 0
 
 
