@@ -5,18 +5,15 @@
 #include <android/binder_manager.h>
 #include <log/log.h>
 
-#include <cerrno>
 #include <exception>
 #include <string>
 
+#include "Utils.h"
 #include "Voxa.h"
 
 using aidl::vendor::orbo::hardware::voxa::IVoxa;
+using aidl::vendor::orbo::hardware::voxa::kStatusNotSupported;
 using aidl::vendor::orbo::hardware::voxa::Voxa;
-
-namespace {
-constexpr int kStatusNotSupported = -ENOSYS;
-}
 
 extern "C" int registerService() {
     ALOGI("Register ASR Service");

@@ -2,15 +2,11 @@
 
 #include <aidl/vendor/orbo/hardware/voxa/ServiceError.h>
 
-#include <cerrno>
 #include <cstdio>
 
 namespace aidl::vendor::orbo::hardware::voxa {
 
 namespace {
-constexpr int kStatusBusy = -EBUSY;
-constexpr int kStatusInvalid = -EINVAL;
-constexpr int kStatusNotSupported = -ENOSYS;
 
 ndk::ScopedAStatus serviceError(ServiceError error) {
     return ndk::ScopedAStatus(AStatus_fromServiceSpecificErrorWithMessage(

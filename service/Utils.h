@@ -3,9 +3,15 @@
 #include <android/binder_auto_utils.h>
 #include <pal/pal_types.h>
 
+#include <cerrno>
 #include <string>
 
 namespace aidl::vendor::orbo::hardware::voxa {
+
+// The internal statuses with a meaning of their own, the PAL's errno-style codes.
+inline constexpr int kStatusBusy = -EBUSY;
+inline constexpr int kStatusInvalid = -EINVAL;
+inline constexpr int kStatusNotSupported = -ENOSYS;
 
 // Stateless helpers shared by the service: translation of internal statuses (0 for success, a
 // negative errno-style code for failure, as the PAL returns them) into the interface's error

@@ -19,8 +19,6 @@ namespace aidl::vendor::orbo::hardware::voxa {
 
 namespace {
 
-constexpr int kStatusInvalid = -EINVAL;
-
 // How long dump() waits for a session's lock before it reports the session as busy.
 constexpr std::chrono::milliseconds kDumpPatience{100};
 

@@ -5,7 +5,6 @@
 #include <log/log.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -13,12 +12,11 @@
 
 #include "AidlToPalConverter.h"
 #include "PalToAidlConverter.h"
+#include "Utils.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
 
 namespace {
-
-constexpr int kStatusInvalid = -EINVAL;
 
 // A stream parameter as the PAL takes it: the count of data bytes, then the data.
 struct ParameterPayload {
