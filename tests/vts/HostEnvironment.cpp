@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <pal/fake_pal.h>
 
+#include <cerrno>
 #include <condition_variable>
 #include <cstring>
 #include <memory>
@@ -53,7 +54,7 @@ class Engine {
     void onCall(const Call& call) {
         std::lock_guard<std::mutex> lock(mLock);
         if (call.function == Function::StreamStart && !mStarted.empty()) {
-            FakePal::instance().queueResults(Function::StreamStart, {-16});
+            FakePal::instance().queueResults(Function::StreamStart, {-EBUSY});
         } else if (call.function == Function::StreamStart) {
             mStarted.insert(call.stream);
         } else if (mStarted.erase(call.stream) && call.function == Function::StreamStop) {
