@@ -63,8 +63,9 @@ struct ListeningSession {
                 reinterpret_cast<unsigned long>(session.get()));
     }
 
+    PalWorker worker;
     std::shared_ptr<CountingCallback> client = ndk::SharedRefBase::make<CountingCallback>();
-    std::shared_ptr<VoxaSession> session = std::make_shared<VoxaSession>(1, client);
+    std::shared_ptr<VoxaSession> session = std::make_shared<VoxaSession>(1, client, worker);
     pal_stream_handle* stream = nullptr;
 };
 
@@ -145,7 +146,7 @@ void BM_WaitingEventThread(benchmark::State& state) {
         std::promise<void> entered;
         std::promise<void> release;
         std::chrono::steady_clock::time_point released;
-        FakePal::instance().setHook(Function::StreamSetParam, [&] {
+        FakePal::instance().setHook(Function::StreamSetParam, [&](const fake_pal::Call&) {
             entered.set_value();
             release.get_future().wait();
             released = std::chrono::steady_clock::now();

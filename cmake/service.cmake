@@ -1,4 +1,4 @@
-# The service library, from the same six sources that service/Android.bp builds on a device,
+# The service library, from the same seven sources that service/Android.bp builds on a device,
 # compiled once for both of its forms:
 #
 # voxa_service: a static library for tests and benchmarks; its PAL symbols stay undefined until an
@@ -13,6 +13,7 @@
 set(VOXA_SERVICE_SOURCES
     service/AidlToPalConverter.cpp
     service/PalToAidlConverter.cpp
+    service/PalWorker.cpp
     service/Service.cpp
     service/Utils.cpp
     service/Voxa.cpp

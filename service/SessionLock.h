@@ -13,19 +13,44 @@ namespace aidl::vendor::orbo::hardware::voxa {
 // back into the service from inside its callback, on the delivering thread itself (binder hands a
 // nested call to the thread that made the outgoing one).
 //
-// - lock() waits until the lock is free and no delivery of this session runs on another thread, so
-//   that an operation never overlaps a delivery. A thread that is itself delivering an event (of
-//   this session or another) does not wait for a delivery: the callback it is making would then
-//   wait on a callback that may be waiting for it.
-// - lockToDeliver() waits until the lock is free, no delivery runs and no operation waits, and
-//   gives up as soon as `giveUp()` holds. Waiters look at their condition again whenever the lock
-//   is released or wake() is called: a waiting event thread sleeps instead of polling.
+// What lock() waits for depends on the calling thread:
+// - A thread inside one of the service's PAL callbacks (InPalCallback) waits only until the lock
+//   is free. It never calls the PAL (its PAL calls are deferred to the PAL worker), and whoever
+//   holds the lock is in a PAL call that does not wait for that callback, so it waits briefly.
+// - The PAL worker, running deferred work (InDeferredWork), also waits until no delivery of the
+//   session runs, so that its PAL calls never overlap a delivery.
+// - Any other thread (a binder thread) also waits until the session has no deferred work left,
+//   so that the session's PAL calls keep the order in which they were asked for.
+//
+// lockToDeliver() waits until the lock is free, no delivery runs and no operation waits, and
+// gives up as soon as `giveUp()` holds. Waiters look at their condition again whenever the lock
+// is released or wake() is called: a waiting event thread sleeps instead of polling.
 class CAPABILITY("mutex") SessionLock {
   public:
+    // Marks the calling thread, for its scope, as inside a PAL callback of the service.
+    class InPalCallback {
+      public:
+        InPalCallback() { ++tPalCallbacks; }
+        ~InPalCallback() { --tPalCallbacks; }
+        InPalCallback(const InPalCallback&) = delete;
+        InPalCallback& operator=(const InPalCallback&) = delete;
+    };
+
+    // Marks the calling thread, for its scope, as running work that was deferred.
+    class InDeferredWork {
+      public:
+        InDeferredWork() { tDeferredWork = true; }
+        ~InDeferredWork() { tDeferredWork = false; }
+        InDeferredWork(const InDeferredWork&) = delete;
+        InDeferredWork& operator=(const InDeferredWork&) = delete;
+    };
+
+    static bool insidePalCallback() { return tPalCallbacks > 0; }
+
     void lock() ACQUIRE() {
         std::unique_lock<std::mutex> state(mStateMutex);
         ++mWaitingOperations;
-        mChanged.wait(state, [this] { return !mHeld && !deliveryElsewhereLocked(); });
+        mChanged.wait(state, [this] { return !mHeld && !mustWaitLocked(); });
         --mWaitingOperations;
         takeLocked();
     }
@@ -73,8 +98,6 @@ class CAPABILITY("mutex") SessionLock {
     void beginDelivery() REQUIRES(this) {
         std::lock_guard<std::mutex> state(mStateMutex);
         mDelivering = true;
-        mDeliverer = std::this_thread::get_id();
-        ++tDeliveriesOnThisThread;
     }
 
     // Called on the thread that called beginDelivery(), without the lock.
@@ -82,16 +105,28 @@ class CAPABILITY("mutex") SessionLock {
         {
             std::lock_guard<std::mutex> state(mStateMutex);
             mDelivering = false;
-            mDeliverer = {};
-            --tDeliveriesOnThisThread;
+        }
+        mChanged.notify_all();
+    }
+
+    // Counts work deferred to the PAL worker until endDeferred().
+    void beginDeferred() REQUIRES(this) {
+        std::lock_guard<std::mutex> state(mStateMutex);
+        ++mDeferred;
+    }
+
+    void endDeferred() {
+        {
+            std::lock_guard<std::mutex> state(mStateMutex);
+            --mDeferred;
         }
         mChanged.notify_all();
     }
 
   private:
-    bool deliveryElsewhereLocked() const {
-        return mDelivering && mDeliverer != std::this_thread::get_id() &&
-               tDeliveriesOnThisThread == 0;
+    bool mustWaitLocked() const {
+        if (tPalCallbacks > 0) return false;
+        return mDelivering || (!tDeferredWork && mDeferred > 0);
     }
 
     void takeLocked() {
@@ -99,16 +134,16 @@ class CAPABILITY("mutex") SessionLock {
         mHolder = std::this_thread::get_id();
     }
 
-    // Deliveries the calling thread is making, of any session.
-    static inline thread_local int tDeliveriesOnThisThread = 0;
+    static inline thread_local int tPalCallbacks = 0;
+    static inline thread_local bool tDeferredWork = false;
 
     std::mutex mStateMutex;  // guards the members below; never held while waiting or calling out
     std::condition_variable mChanged;
     bool mHeld = false;
     std::thread::id mHolder;
     bool mDelivering = false;
-    std::thread::id mDeliverer;
     int mWaitingOperations = 0;
+    int mDeferred = 0;
 };
 
 }  // namespace aidl::vendor::orbo::hardware::voxa

@@ -38,11 +38,15 @@ Voxa::Voxa() {
 
 Voxa::~Voxa() {
     ALOGI("%s: ", "~Voxa");
+    // Deferred calls still queued may open streams or register with the PAL: they run first, and
+    // a registration deferred from now on is dropped.
+    mShuttingDown = true;
+    mWorker.stop();
     if (mRegisteredWithPal) {
         pal_resources_available_param withdrawal = {nullptr, 0};
         pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE, &withdrawal, sizeof(withdrawal));
     }
-    std::unordered_map<int, std::shared_ptr<VoxaSession>> sessions;
+    SessionTable sessions;
     {
         ScopedLock<Mutex> lock(mSessionsLock);
         mDeathRecipient.set(nullptr);
@@ -50,6 +54,8 @@ Voxa::~Voxa() {
     }
     // Each stream's cookie points to its session, which goes with the table.
     for (auto& [handle, session] : sessions) session->close();
+    // What callbacks deferred while the streams closed.
+    mWorker.stop();
 }
 
 std::shared_ptr<VoxaSession> Voxa::getSession(int handle) {
@@ -88,7 +94,23 @@ ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
         return Utils::convertToAidlStatus(kStatusInvalid);
     }
 
-    auto session = std::make_shared<VoxaSession>(newHandle, callback);
+    auto session = std::make_shared<VoxaSession>(newHandle, callback, mWorker);
+    if (SessionLock::insidePalCallback()) {
+        // The stream opens on the worker, after the session is in the table: calls the client
+        // makes meanwhile queue behind the open, and a failed open takes the session out again.
+        if (addSession(newHandle, session, deathsSeen)) {
+            session->loadModel(model, [this, newHandle, opened = session.get()](int status) {
+                ALOGE("initSession: Failed to load model with handle %d, status %d", newHandle,
+                      status);
+                ScopedLock<Mutex> lock(mSessionsLock);
+                auto entry = mSessions.find(newHandle);
+                if (entry != mSessions.end() && entry->second.get() == opened) eraseSessionL(entry);
+            });
+        }
+        ALOGI("%s: Exit handle %d, status %d", __func__, newHandle, 0);
+        return Utils::convertToAidlStatus(0);
+    }
+
     int status = session->loadModel(model);
     if (status != 0) {
         dropReservation(newHandle);
@@ -116,17 +138,8 @@ ndk::ScopedAStatus Voxa::releaseSession(int32_t handle) {
     }
 
     ScopedLock<Mutex> lock(mSessionsLock);
-    mSessions.erase(handle);
-    if (mSessions.empty()) {
-        // The client stays watched while it has sessions (addSession watches it again). It may
-        // never have registered a global callback; then there is nothing to unlink.
-        std::shared_ptr<IVoxaGlobalCallback> globalCallback = std::atomic_load(&mGlobalCallback);
-        if (globalCallback != nullptr) {
-            ndk::SpAIBinder binder = globalCallback->asBinder();
-            AIBinder_unlinkToDeath(binder.get(), mDeathRecipient.get(), this);
-        }
-        mClientWatched = false;
-    }
+    auto entry = mSessions.find(handle);
+    if (entry != mSessions.end()) eraseSessionL(entry);
     ALOGI("%s: Exit handle %d, status %d", __func__, handle, status);
     return Utils::convertToAidlStatus(status);
 }
@@ -190,15 +203,22 @@ ndk::ScopedAStatus Voxa::registerGlobalCallback(
         return Utils::convertToAidlStatus(kStatusInvalid);
     }
 
-    pal_resources_available_param registration = {&Voxa::onResourcesAvailable,
-                                                  reinterpret_cast<unsigned long>(this)};
-    int status =
-            pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE, &registration, sizeof(registration));
-    if (status == 0) mRegisteredWithPal = true;
-    if (status != 0) {
-        ALOGE("%s: failed to set resources available callback, status %d", __func__, status);
-        ALOGI("%s: Exit, status %d", __func__, status);
-        return Utils::convertToAidlStatus(status);
+    int status = 0;
+    if (!SessionLock::insidePalCallback()) {
+        status = registerWithPal();
+        if (status != 0) {
+            ALOGI("%s: Exit, status %d", __func__, status);
+            return Utils::convertToAidlStatus(status);
+        }
+    } else {
+        // Every registration hands the PAL the same function and cookie, so its order does not
+        // matter; the callback is kept and its holder watched at once.
+        ALOGI("%s: PAL calls deferred to the worker", __func__);
+        mWorker.post([this] {
+            if (mShuttingDown) return;
+            int result = registerWithPal();
+            ALOGI("registerGlobalCallback: deferred PAL calls done, status %d", result);
+        });
     }
 
     {
@@ -226,7 +246,22 @@ ndk::ScopedAStatus Voxa::registerGlobalCallback(
     return Utils::convertToAidlStatus(status);
 }
 
+int Voxa::registerWithPal() {
+    pal_resources_available_param registration = {&Voxa::onResourcesAvailable,
+                                                  reinterpret_cast<unsigned long>(this)};
+    int status =
+            pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE, &registration, sizeof(registration));
+    if (status != 0) {
+        ALOGE("registerGlobalCallback: failed to set resources available callback, status %d",
+              status);
+    } else {
+        mRegisteredWithPal = true;
+    }
+    return status;
+}
+
 void Voxa::onResourcesAvailable(unsigned long cookie) {
+    SessionLock::InPalCallback inCallback;
     if (cookie != 0) {
         auto* voxa = reinterpret_cast<Voxa*>(cookie);
         voxa->mResourcesNotifications++;
@@ -318,6 +353,20 @@ bool Voxa::addSession(int32_t handle, const std::shared_ptr<VoxaSession>& sessio
         watchClientL(globalCallback->asBinder().get(), &ignored);
     }
     return true;
+}
+
+void Voxa::eraseSessionL(SessionTable::iterator entry) {
+    mSessions.erase(entry);
+    if (mSessions.empty()) {
+        // The client stays watched while it has sessions (addSession watches it again). It may
+        // never have registered a global callback; then there is nothing to unlink.
+        std::shared_ptr<IVoxaGlobalCallback> globalCallback = std::atomic_load(&mGlobalCallback);
+        if (globalCallback != nullptr) {
+            ndk::SpAIBinder binder = globalCallback->asBinder();
+            AIBinder_unlinkToDeath(binder.get(), mDeathRecipient.get(), this);
+        }
+        mClientWatched = false;
+    }
 }
 
 bool Voxa::watchClientL(AIBinder* binder, binder_status_t* status) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Mutex.h"
+#include "PalWorker.h"
 #include "VoxaSession.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
@@ -26,7 +27,12 @@ extern const std::vector<std::string> supportedLanguages;
 // Threads: binder threads call every operation concurrently; the PAL calls onResourcesAvailable on
 // its own thread and binder delivers client death on another. A client may call any operation from
 // inside its callbacks. mSessionsLock is held only for short work on the table and the death watch,
-// never while a session's lock is taken or a session is called, so the two never nest.
+// never while a session's lock is taken or a session is called, so the two never nest. Operations
+// called from inside a PAL callback hand their PAL calls to mWorker (VoxaSession.h), and so does
+// registerGlobalCallback, whose callback is then kept and watched at once.
+//
+// Lifetime: the destructor runs the deferred calls still queued and closes every session; it must
+// not run on a PAL callback thread.
 class Voxa : public BnVoxa {
   public:
     Voxa();
@@ -67,6 +73,8 @@ class Voxa : public BnVoxa {
     void setNextHandle(int32_t handle) { mNextHandle = handle; }
 
   private:
+    using SessionTable = std::unordered_map<int, std::shared_ptr<VoxaSession>>;
+
     // getSession for a request: an unknown handle also gets the request's own error line.
     std::shared_ptr<VoxaSession> getSessionFor(const char* operation, int32_t handle);
     // The next handle that names no session and no initSession in progress; reserved until
@@ -77,15 +85,21 @@ class Voxa : public BnVoxa {
     bool addSession(int32_t handle, const std::shared_ptr<VoxaSession>& session,
                     uint64_t deathsSeen) EXCLUDES(mSessionsLock);
     void dropReservation(int32_t handle) EXCLUDES(mSessionsLock);
+    // Erases a session; erasing the last one stops watching the client.
+    void eraseSessionL(SessionTable::iterator entry) REQUIRES(mSessionsLock);
+    // Registers onResourcesAvailable with the PAL; returns the PAL's status, logging a refusal.
+    int registerWithPal();
     // Links the death recipient to the global callback's holder; false when it cannot be watched.
     bool watchClientL(AIBinder* binder, binder_status_t* status) REQUIRES(mSessionsLock);
 
+    // Declared first so that it goes last: sessions keep a reference to it.
+    PalWorker mWorker;
     // Read and replaced atomically (std::atomic_load/std::atomic_store): a binder thread sets it
     // while the PAL's thread may be reading it.
     std::shared_ptr<IVoxaGlobalCallback> mGlobalCallback;
     std::atomic<int32_t> mNextHandle{0};
     Mutex mSessionsLock;
-    std::unordered_map<int, std::shared_ptr<VoxaSession>> mSessions GUARDED_BY(mSessionsLock);
+    SessionTable mSessions GUARDED_BY(mSessionsLock);
     // Handles drawn by an initSession still loading its model.
     std::unordered_set<int32_t> mReservedHandles GUARDED_BY(mSessionsLock);
     ndk::ScopedAIBinder_DeathRecipient mDeathRecipient GUARDED_BY(mSessionsLock);
@@ -97,6 +111,8 @@ class Voxa : public BnVoxa {
     std::atomic<uint64_t> mResourcesNotifications{0};
     // Whether the PAL holds our resources-available registration.
     std::atomic<bool> mRegisteredWithPal{false};
+    // Set by the destructor: a registration deferred from then on is dropped.
+    std::atomic<bool> mShuttingDown{false};
 };
 
 // The death recipient's function; `cookie` is the Voxa object's address.

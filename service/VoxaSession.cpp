@@ -18,11 +18,10 @@ namespace aidl::vendor::orbo::hardware::voxa {
 
 namespace {
 
-// A stream parameter as the PAL takes it: the count of data bytes, then the data.
-struct ParameterPayload {
-    uint32_t size;
-    uint8_t data[VoxaSession::kMaxParameterDataSize];
-};
+// The PAL takes parameter payloads through a non-const pointer, and only reads them.
+pal_param_payload* asPalPayload(const std::vector<uint8_t>& bytes) {
+    return reinterpret_cast<pal_param_payload*>(const_cast<uint8_t*>(bytes.data()));
+}
 
 // The parameter as its Enter line shows it. Data too long to be sent is shown by its size alone,
 // so that a refusal costs nothing however much a client sends.
@@ -45,8 +44,9 @@ std::string summarise(const VoxaConfig& config) {
 
 }  // namespace
 
-VoxaSession::VoxaSession(int handle, const std::shared_ptr<IVoxaCallback>& callback)
-    : mHandle(handle), mCallback(callback) {
+VoxaSession::VoxaSession(int handle, const std::shared_ptr<IVoxaCallback>& callback,
+                         PalWorker& worker)
+    : mHandle(handle), mCallback(callback), mWorker(worker) {
     ALOGI("%s: Enter, handle %d", __func__, handle);
 }
 
@@ -86,28 +86,50 @@ int VoxaSession::openPalStream() {
     return status;
 }
 
-int VoxaSession::loadModel(const VoxaModel& model) {
+int VoxaSession::loadModel(const VoxaModel& model,
+                           const std::function<void(int status)>& onDeferredFailure) {
     const std::string text = model.toString();
+    std::vector<uint8_t> payload;
+    AidlToPalConverter::convertModel(model, payload);
     ScopedLock<SessionLock> lock(mLock);
     ALOGI("%s: Enter handle %d, model %s", __func__, mHandle, text.c_str());
     mModel = model.vendorUuid.substr(0, 64) + " (" + std::to_string(model.dataSize) + " bytes)";
+    int status;
+    if (!SessionLock::insidePalCallback()) {
+        status = openAndSendModelL(payload);
+        if (status != 0) return status;
+        ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
+        return status;
+    }
 
+    mOpenDeferred = true;
+    status = deferL(__func__, [payload, onDeferredFailure](VoxaSession& session) {
+        int result;
+        {
+            ScopedLock<SessionLock> lock(session.mLock);
+            session.mOpenDeferred = false;
+            result = session.openAndSendModelL(payload);
+        }
+        if (result != 0 && onDeferredFailure) onDeferredFailure(result);
+        return result;
+    });
+    ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
+    return status;
+}
+
+int VoxaSession::openAndSendModelL(const std::vector<uint8_t>& model) {
     int status = openPalStream();
     if (status != 0) return status;
 
-    std::vector<uint8_t> payload;
-    AidlToPalConverter::convertModel(model, payload);
-    status = palResultL("pal_stream_set_param(model)",
-                        pal_stream_set_param(mStreamHandle, PAL_PARAM_ID_ASR_MODEL,
-                                             reinterpret_cast<pal_param_payload*>(payload.data())));
+    status = palResultL(
+            "pal_stream_set_param(model)",
+            pal_stream_set_param(mStreamHandle, PAL_PARAM_ID_ASR_MODEL, asPalPayload(model)));
     if (status != 0) {
-        ALOGE("%s: failed to set asr model, status = %d", __func__, status);
+        ALOGE("loadModel: failed to set asr model, status = %d", status);
         // The service drops a session whose model failed. Left open, the stream would keep the
         // engine busy and call back into the freed session through its cookie.
         pal_stream_close(mStreamHandle);
         mStreamHandle = nullptr;
-    } else {
-        ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
     }
     return status;
 }
@@ -116,7 +138,7 @@ int VoxaSession::start(const VoxaConfig& config) {
     const std::string text = config.toString();
     ScopedLock<SessionLock> lock(mLock);
     ALOGI("%s: Enter, handle %d, config %s", __func__, mHandle, text.c_str());
-    if (mStreamHandle == nullptr) return refuseClosedL(__func__);
+    if (!streamOpenL()) return refuseClosedL(__func__);
     mConfig = summarise(config);
 
     std::vector<uint8_t> payload;
@@ -125,13 +147,27 @@ int VoxaSession::start(const VoxaConfig& config) {
         ALOGE("%s: Failed to parse config, status = %d", __func__, kStatusInvalid);
         return kStatusInvalid;
     }
+    int status;
+    if (!SessionLock::insidePalCallback()) {
+        status = configureAndStartL(payload);
+        if (status != 0) return status;
+    } else {
+        status = deferL(__func__, [payload](VoxaSession& session) {
+            ScopedLock<SessionLock> lock(session.mLock);
+            if (session.mStreamHandle == nullptr) return session.refuseClosedL("start");
+            return session.configureAndStartL(payload);
+        });
+    }
+    ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
+    return status;
+}
 
-    int status =
-            palResultL("pal_stream_set_param(config)",
-                       pal_stream_set_param(mStreamHandle, PAL_PARAM_ID_ASR_CONFIG,
-                                            reinterpret_cast<pal_param_payload*>(payload.data())));
+int VoxaSession::configureAndStartL(const std::vector<uint8_t>& config) {
+    int status = palResultL(
+            "pal_stream_set_param(config)",
+            pal_stream_set_param(mStreamHandle, PAL_PARAM_ID_ASR_CONFIG, asPalPayload(config)));
     if (status != 0) {
-        ALOGE("%s: failed to set asr config, status = %d", __func__, status);
+        ALOGE("start: failed to set asr config, status = %d", status);
         return status;
     }
 
@@ -142,11 +178,8 @@ int VoxaSession::start(const VoxaConfig& config) {
     status = palResultL("pal_stream_start", pal_stream_start(mStreamHandle));
     if (status != 0) {
         setStateL(stateBefore);
-        ALOGE("%s: failed to start pal stream, status = %d", __func__, status);
-        return status;
+        ALOGE("start: failed to start pal stream, status = %d", status);
     }
-
-    ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
     return status;
 }
 
@@ -166,7 +199,19 @@ int VoxaSession::stopL() {
 int VoxaSession::stop() {
     ALOGI("%s: Enter, handle %d", __func__, mHandle);
     ScopedLock<SessionLock> lock(mLock);
-    int status = mStreamHandle == nullptr ? refuseClosedL(__func__) : stopL();
+    int status;
+    if (!streamOpenL()) {
+        status = refuseClosedL(__func__);
+    } else if (!SessionLock::insidePalCallback()) {
+        status = stopL();
+    } else {
+        setStateL(kNotListening);
+        status = deferL(__func__, [](VoxaSession& session) {
+            ScopedLock<SessionLock> lock(session.mLock);
+            if (session.mStreamHandle == nullptr) return session.refuseClosedL("stop");
+            return session.stopL();
+        });
+    }
     ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
     return status;
 }
@@ -196,48 +241,91 @@ int VoxaSession::setParameter(const VoxaParameter& parameter) {
         return kStatusInvalid;
     }
 
+    // The count of data bytes, then the data.
+    std::vector<uint8_t> payload(sizeof(uint32_t) + kMaxParameterDataSize, 0);
+    const auto size = static_cast<uint32_t>(parameter.data.size());
+    std::memcpy(payload.data(), &size, sizeof(size));
+    std::copy(parameter.data.begin(), parameter.data.end(), payload.begin() + sizeof(size));
+
     int status;
-    if (mStreamHandle == nullptr) {
+    if (!streamOpenL()) {
         status = refuseClosedL(__func__);
+    } else if (!SessionLock::insidePalCallback()) {
+        status = sendParameterL(paramId, payload);
     } else {
-        ParameterPayload payload = {};
-        payload.size = static_cast<uint32_t>(parameter.data.size());
-        std::copy(parameter.data.begin(), parameter.data.end(), payload.data);
-        status = palResultL("pal_stream_set_param(parameter)",
-                            pal_stream_set_param(mStreamHandle, paramId,
-                                                 reinterpret_cast<pal_param_payload*>(&payload)));
-        if (status != 0) {
-            ALOGE("%s: failed to set asr param, status = %d", __func__, status);
-        }
+        status = deferL(__func__, [paramId, payload](VoxaSession& session) {
+            ScopedLock<SessionLock> lock(session.mLock);
+            if (session.mStreamHandle == nullptr) return session.refuseClosedL("setParameter");
+            return session.sendParameterL(paramId, payload);
+        });
     }
     ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
+    return status;
+}
+
+int VoxaSession::sendParameterL(uint32_t paramId, const std::vector<uint8_t>& payload) {
+    int status = palResultL("pal_stream_set_param(parameter)",
+                            pal_stream_set_param(mStreamHandle, paramId, asPalPayload(payload)));
+    if (status != 0) {
+        ALOGE("setParameter: failed to set asr param, status = %d", status);
+    }
     return status;
 }
 
 int VoxaSession::close() {
     ScopedLock<SessionLock> lock(mLock);
     ALOGI("%s: Enter, handle %d", __func__, mHandle);
-    if (mStreamHandle == nullptr) {
-        int status = refuseClosedL(__func__);
-        ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
-        return status;
+    int status;
+    const bool listening = mState == kListening;
+    if (!streamOpenL()) {
+        status = refuseClosedL(__func__);
+    } else if (!SessionLock::insidePalCallback()) {
+        status = closeStreamL(listening);
+    } else {
+        mCloseDeferred = true;
+        setStateL(kNotListening);
+        status = deferL(__func__, [listening](VoxaSession& session) {
+            ScopedLock<SessionLock> lock(session.mLock);
+            session.mCloseDeferred = false;
+            if (session.mStreamHandle == nullptr) return session.refuseClosedL("close");
+            return session.closeStreamL(listening);
+        });
     }
+    ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
+    return status;
+}
 
-    if (mState == kListening) {
+int VoxaSession::closeStreamL(bool stopFirst) {
+    if (stopFirst) {
         int stopStatus = stopL();
         if (stopStatus != 0) {
-            ALOGE("%s: failed to stop pal stream, status = %d", __func__, stopStatus);
+            ALOGE("close: failed to stop pal stream, status = %d", stopStatus);
         }
     }
 
     int status = palResultL("pal_stream_close", pal_stream_close(mStreamHandle));
     if (status != 0) {
-        ALOGE("%s: failed to close pal stream, status = %d", __func__, status);
+        ALOGE("close: failed to close pal stream, status = %d", status);
     }
     mStreamHandle = nullptr;
     setStateL(kNotListening);
-    ALOGI("%s: Exit, handle %d, status = %d", __func__, mHandle, status);
     return status;
+}
+
+bool VoxaSession::streamOpenL() const {
+    return (mStreamHandle != nullptr || mOpenDeferred) && !mCloseDeferred;
+}
+
+int VoxaSession::deferL(const char* operation, std::function<int(VoxaSession&)> palCalls) {
+    ALOGI("%s: PAL calls deferred to the worker, handle %d", operation, mHandle);
+    mLock.beginDeferred();
+    mWorker.post([self = shared_from_this(), operation, palCalls = std::move(palCalls)] {
+        int status = palCalls(*self);
+        ALOGI("%s: deferred PAL calls done, handle %d, status = %d", operation, self->mHandle,
+              status);
+        self->mLock.endDeferred();
+    });
+    return 0;
 }
 
 int VoxaSession::refuseClosedL(const char* operation) {
@@ -291,6 +379,7 @@ int32_t VoxaSession::palCallback(unsigned long* streamHandle, unsigned int event
     }
     if (cookie == 0) return 0;
 
+    SessionLock::InPalCallback inCallback;
     reinterpret_cast<VoxaSession*>(cookie)->onEventCallback(eventData, eventId);
     return 0;
 }

@@ -10,9 +10,12 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "PalWorker.h"
 #include "SessionLock.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
@@ -22,40 +25,51 @@ namespace aidl::vendor::orbo::hardware::voxa {
 // client's callback (palCallback).
 //
 // Every operation returns 0 or a negative errno-style status: the PAL's result passed through
-// unchanged, or -22 where the session itself refuses the request.
+// unchanged, or -EINVAL where the session itself refuses the request.
 //
-// Threads: binder threads call the operations, possibly several at once; the PAL's event thread
-// enters through palCallback. mLock serialises the operations and the start of each delivery, so
+// Threads: binder threads call the operations, possibly several at once; the PAL's event threads
+// enter through palCallback. mLock serialises the operations and the start of each delivery, so
 // the session's PAL calls never overlap; the client's callback runs outside mLock, and may call
 // any operation of this or another session (SessionLock.h). After stop() or close() returns no
 // delivery of this session begins, and when called from outside a callback no delivery is running.
 //
-// Lifetime: the service owns sessions through std::shared_ptr, and a delivery holds a reference
-// for as long as it runs, so a client that releases the session from inside its callback does not
-// free it under the delivering thread. The session's address is the stream's cookie, so a session
-// must be closed before it is destroyed; the destructor does not close the stream.
+// Operations called from inside a PAL callback of the service never call the PAL on that thread:
+// they check what can be checked at once, end listening at once where they stop the stream, and
+// hand their PAL calls to the PAL worker, which makes them in order, logs their outcome and
+// reports "%s: deferred PAL calls done, handle %d, status = %d". Such a call returns 0 unless it
+// is refused at once. Operations from other threads wait for the session's deferred calls first.
+//
+// Lifetime: the service owns sessions through std::shared_ptr; a delivery and a deferred call hold
+// a reference for as long as they run, so a client that releases the session from inside its
+// callback does not free it under the delivering thread, and the session outlives its deferred
+// close. The session's address is the stream's cookie, so a session must be closed before it is
+// destroyed; the destructor does not close the stream. `worker` must outlive the session.
 class VoxaSession : public std::enable_shared_from_this<VoxaSession> {
   public:
-    VoxaSession(int handle, const std::shared_ptr<IVoxaCallback>& callback);
+    VoxaSession(int handle, const std::shared_ptr<IVoxaCallback>& callback, PalWorker& worker);
     ~VoxaSession();
 
     VoxaSession(const VoxaSession&) = delete;
     VoxaSession& operator=(const VoxaSession&) = delete;
 
-    // Opens the stream and sends the model (parameter 77). A refused model closes the stream again.
-    int loadModel(const VoxaModel& model) EXCLUDES(mLock);
+    // Opens the stream and sends the model (parameter 77). A refused model closes the stream
+    // again. When the PAL calls are deferred and fail, `onDeferredFailure` gets their status on
+    // the worker.
+    int loadModel(const VoxaModel& model,
+                  const std::function<void(int status)>& onDeferredFailure = nullptr)
+            EXCLUDES(mLock);
     // Sends the configuration (parameter 78) and starts the stream; on success the session
-    // listens. -22 when the configuration names an unknown language.
+    // listens. -EINVAL when the configuration names an unknown language.
     int start(const VoxaConfig& config) EXCLUDES(mLock);
     // Stops the stream, listening or not. Afterwards the session no longer listens.
     int stop() EXCLUDES(mLock);
     // Sends FORCE_OUTPUT_EVENT as parameter 80 and CUSTOM_EXTRAS as 79, with at most
-    // kMaxParameterDataSize data bytes; -22 for any other parameter or more data.
+    // kMaxParameterDataSize data bytes; -EINVAL for any other parameter or more data.
     int setParameter(const VoxaParameter& parameter) EXCLUDES(mLock);
     // Stops a listening session, then closes the stream; returns the close result.
     int close() EXCLUDES(mLock);
     // start, stop, setParameter and close of a session whose stream is closed (or was never
-    // opened) return -22 and call no PAL function.
+    // opened) return -EINVAL and call no PAL function.
 
     // A report of the session for the service's dump: state, stream, model, last configuration,
     // events delivered and dropped per kind, last PAL error. Waits at most `patience` for the
@@ -75,7 +89,17 @@ class VoxaSession : public std::enable_shared_from_this<VoxaSession> {
 
     int openPalStream() REQUIRES(mLock);
     int stopL() REQUIRES(mLock);
-    // Logs that `operation` found no open stream; returns -22.
+    // The PAL calls of each operation, made with the lock held on the calling thread or on the
+    // worker; each logs its failures.
+    int openAndSendModelL(const std::vector<uint8_t>& model) REQUIRES(mLock);
+    int configureAndStartL(const std::vector<uint8_t>& config) REQUIRES(mLock);
+    int sendParameterL(uint32_t paramId, const std::vector<uint8_t>& payload) REQUIRES(mLock);
+    int closeStreamL(bool stopFirst) REQUIRES(mLock);
+    // Whether the stream is open, or will be once the deferred calls asked for so far have run.
+    bool streamOpenL() const REQUIRES(mLock);
+    // Hands `palCalls` to the worker, which runs them with the lock held; returns 0.
+    int deferL(const char* operation, std::function<int(VoxaSession&)> palCalls) REQUIRES(mLock);
+    // Logs that `operation` found no open stream; returns -EINVAL.
     int refuseClosedL(const char* operation) REQUIRES(mLock);
     void setStateL(int32_t state) REQUIRES(mLock);
     // Returns `status`; a failure is remembered for dump().
@@ -91,6 +115,10 @@ class VoxaSession : public std::enable_shared_from_this<VoxaSession> {
     std::atomic<int32_t> mState{kNotListening};
     const std::shared_ptr<IVoxaCallback> mCallback;
     pal_stream_handle* mStreamHandle GUARDED_BY(mLock) = nullptr;
+    PalWorker& mWorker;
+    // A deferred open or close that the worker has not made yet.
+    bool mOpenDeferred GUARDED_BY(mLock) = false;
+    bool mCloseDeferred GUARDED_BY(mLock) = false;
 
     // What dump() reports.
     enum EventKind { kPlain, kTimestamp, kSdz, kEventKinds };

@@ -69,6 +69,8 @@ class FakePalTest : public ::testing::Test {
     static pal_stream_handle* lastStream() { return pal().openStreams().back(); }
 
     LogCapture mLog;
+    // For sessions made without the service.
+    PalWorker mWorker;
 };
 
 // Holds a PAL function inside its call, so that the session's lock stays taken by the binder

@@ -20,7 +20,7 @@ class VoxaSessionConcurrencyTest : public FakePalTest {
     }
 
     std::shared_ptr<RecordingCallback> mClient = ndk::SharedRefBase::make<RecordingCallback>();
-    std::shared_ptr<VoxaSession> mSession = std::make_shared<VoxaSession>(3, mClient);
+    std::shared_ptr<VoxaSession> mSession = std::make_shared<VoxaSession>(3, mClient, mWorker);
     pal_stream_handle* mStream = nullptr;
 };
 

@@ -11,7 +11,8 @@ constexpr int32_t kHandle = 7;
 class VoxaSessionTest : public FakePalTest {
   protected:
     std::shared_ptr<RecordingCallback> mClient = ndk::SharedRefBase::make<RecordingCallback>();
-    std::shared_ptr<VoxaSession> mSession = std::make_shared<VoxaSession>(kHandle, mClient);
+    std::shared_ptr<VoxaSession> mSession =
+            std::make_shared<VoxaSession>(kHandle, mClient, mWorker);
 
     // Opens and starts the session; forgets the calls and lines that took.
     void listen() {
