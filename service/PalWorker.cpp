@@ -16,7 +16,12 @@ void PalWorker::post(std::function<void()> job) {
         mJobs.push_back(std::move(job));
         if (!mStopping && !mThread.joinable()) mThread = std::thread(&PalWorker::run, this);
     }
-    mChanged.notify_one();
+    mChanged.notify_all();
+}
+
+void PalWorker::waitUntilIdle() {
+    std::unique_lock<std::mutex> lock(mLock);
+    mChanged.wait(lock, [this] { return mJobs.empty() && !mRunning; });
 }
 
 void PalWorker::stop() {
@@ -26,19 +31,13 @@ void PalWorker::stop() {
         mStopping = true;
         thread = std::move(mThread);
     }
-    mChanged.notify_one();
+    mChanged.notify_all();
     if (thread.joinable()) thread.join();
 
     // A job posted after the thread ended runs here.
     SessionLock::InDeferredWork deferred;
     std::unique_lock<std::mutex> lock(mLock);
-    while (!mJobs.empty()) {
-        std::function<void()> job = std::move(mJobs.front());
-        mJobs.pop_front();
-        lock.unlock();
-        job();
-        lock.lock();
-    }
+    runJobs(lock);
     mStopping = false;
 }
 
@@ -48,11 +47,20 @@ void PalWorker::run() {
     for (;;) {
         mChanged.wait(lock, [this] { return mStopping || !mJobs.empty(); });
         if (mJobs.empty()) return;
+        runJobs(lock);
+    }
+}
+
+void PalWorker::runJobs(std::unique_lock<std::mutex>& lock) {
+    while (!mJobs.empty()) {
         std::function<void()> job = std::move(mJobs.front());
         mJobs.pop_front();
+        mRunning = true;
         lock.unlock();
         job();
         lock.lock();
+        mRunning = false;
+        mChanged.notify_all();
     }
 }
 

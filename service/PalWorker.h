@@ -16,8 +16,8 @@ namespace aidl::vendor::orbo::hardware::voxa {
 // Jobs run one at a time in the order they were posted, each marked as deferred work
 // (SessionLock::InDeferredWork). The thread starts with the first job and ends in stop().
 //
-// Threads: post() may be called from any thread, also from inside a job. stop() and the
-// destructor must not be called from a job.
+// Threads: post() may be called from any thread, also from inside a job. waitUntilIdle(), stop()
+// and the destructor must not be called from a job.
 class PalWorker {
   public:
     PalWorker() = default;
@@ -29,17 +29,23 @@ class PalWorker {
 
     void post(std::function<void()> job);
 
+    // Returns once every job posted so far has run.
+    void waitUntilIdle();
+
     // Returns once every job posted before or while it runs has run; the thread has ended. A job
     // posted afterwards starts it again.
     void stop();
 
   private:
     void run();
+    // Runs the queued jobs until none is left; `lock` holds mLock.
+    void runJobs(std::unique_lock<std::mutex>& lock);
 
     std::mutex mLock;
     std::condition_variable mChanged;
     std::deque<std::function<void()>> mJobs;  // guarded by mLock
     bool mStopping = false;                   // guarded by mLock
+    bool mRunning = false;                    // guarded by mLock; a job runs
     std::thread mThread;  // guarded by mLock; started by post(), joined by stop()
 };
 

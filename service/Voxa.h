@@ -69,6 +69,9 @@ class Voxa : public BnVoxa {
     // Called by the PAL with the Voxa object's address as `cookie`.
     static void onResourcesAvailable(unsigned long cookie);
 
+    // Returns once the PAL calls deferred so far have been made; for tests.
+    void waitForDeferredCalls() { mWorker.waitUntilIdle(); }
+
     // The handle the next initSession draws; for tests of the counter's wrap-around.
     void setNextHandle(int32_t handle) { mNextHandle = handle; }
 

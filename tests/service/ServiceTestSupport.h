@@ -73,6 +73,14 @@ class FakePalTest : public ::testing::Test {
     PalWorker mWorker;
 };
 
+// The fake PAL waits, in its stop, close and set_param, for every callback it runs, and fails the
+// test when such a call would wait for itself; for the scope.
+class StrictPal {
+  public:
+    StrictPal() { FakePal::instance().setStrict(true); }
+    ~StrictPal() { FakePal::instance().setStrict(false); }
+};
+
 // Holds a PAL function inside its call, so that the session's lock stays taken by the binder
 // thread that called it, until release().
 class PalCallGate {

@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <atomic>
 #include <functional>
+#include <map>
 #include <thread>
 
 #include "ServiceTestSupport.h"
@@ -7,12 +9,27 @@
 namespace aidl::vendor::orbo::hardware::voxa {
 namespace {
 
-class VoxaConcurrencyTest : public ServiceTest {};
+using namespace std::chrono_literals;
+using ::testing::IsEmpty;
+
+// Against a PAL that waits, in its stop, close and set_param, for every callback it runs.
+class VoxaConcurrencyTest : public ServiceTest {
+  protected:
+    void expectNoPalCallOnAnEventThread() {
+        for (const fake_pal::Call& call : pal().calls()) {
+            for (size_t thread = 0; thread < fake_pal::kEventThreads; ++thread) {
+                ASSERT_NE(pal().eventThread(thread), call.thread) << toString(call.function);
+            }
+        }
+    }
+
+    StrictPal mStrictPal;
+};
 
 // A client calls each operation from inside its callbacks (an event of its session, and the
 // resources-available notification), on its own session and on another: each returns what it
-// would return outside a callback, and once a stop or release of a session has returned, no event
-// reaches that session's client.
+// would return outside a callback, none calls the PAL on the callback's thread, and once a stop or
+// release of a session has returned, no event reaches that session's client.
 TEST_F(VoxaConcurrencyTest, EveryOperationWorksFromInsideACallback) {
     struct Case {
         const char* name;
@@ -88,29 +105,379 @@ TEST_F(VoxaConcurrencyTest, EveryOperationWorksFromInsideACallback) {
     }
     // Sessions opened from inside callbacks are released with the client's death.
     binder_host::killProcessOf(global->asBinder().get());
-    EXPECT_THAT(pal().openStreams(), ::testing::IsEmpty());
+    service().waitForDeferredCalls();
+    EXPECT_THAT(pal().openStreams(), IsEmpty());
+    expectNoPalCallOnAnEventThread();
 }
 
-// While a callback of one session stops another, the client dies: neither waits for the other.
-TEST_F(VoxaConcurrencyTest, CallbackStoppingAnotherSessionDuringClientDeath) {
+// What a call made from inside a callback returns and logs on the callback's thread, and what the
+// worker logs when the PAL's own result arrives. The session ({h}) listens; the callback is its
+// own first event's; {n} is the handle an initSession draws.
+TEST_F(VoxaConcurrencyTest, DeferredCallsReturnAtOnceAndLogThePalResultLater) {
+    struct Case {
+        const char* name;
+        std::pair<Function, int32_t> palResult;
+        std::function<ndk::ScopedAStatus(IVoxa&, int32_t handle)> call;
+        int32_t error;
+        std::vector<std::string> onCallback;
+        std::vector<std::string> onWorker;
+    };
+    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    VoxaParameter force;
+    force.param = ParameterType::FORCE_OUTPUT_EVENT;
+    force.data = {1, 2};
+    VoxaConfig unknownLanguage = englishConfig();
+    unknownLanguage.input_lang_code = "xx-XX";
+    const std::vector<Case> cases = {
+            {"stop",
+             {Function::StreamStop, -EIO},
+             [](IVoxa& v, int32_t h) { return v.stopListening(h); },
+             0,
+             {"I stopListening: Enter handle {h}", "I stop: Enter, handle {h}",
+              "I stop: PAL calls deferred to the worker, handle {h}",
+              "I stop: Exit, handle {h}, status = 0", "I stopListening: Exit handle {h}, status 0"},
+             {"I stopL: Enter, handle {h}",
+              "E stopL: error, failed to stop pal stream, status = -5",
+              "I stopL: Exit, handle {h}, status = -5",
+              "I stop: deferred PAL calls done, handle {h}, status = -5"}},
+            {"release",
+             {Function::StreamClose, -EIO},
+             [](IVoxa& v, int32_t h) { return v.releaseSession(h); },
+             0,
+             {"I releaseSession: Enter handle {h}", "I close: Enter, handle {h}",
+              "I close: PAL calls deferred to the worker, handle {h}",
+              "I close: Exit, handle {h}, status = 0",
+              "I releaseSession: Exit handle {h}, status 0"},
+             {"I stopL: Enter, handle {h}", "I stopL: Exit, handle {h}, status = 0",
+              "E close: failed to close pal stream, status = -5",
+              "I close: deferred PAL calls done, handle {h}, status = -5"}},
+            {"setParameter",
+             {Function::StreamSetParam, -EIO},
+             [&](IVoxa& v, int32_t h) { return v.setParameter(h, force); },
+             0,
+             {"I setParameter: Enter handle {h}",
+              "I setParameter: Enter, handle {h}, parameters VoxaParameter{param: "
+              "FORCE_OUTPUT_EVENT, data: [1, 2]}",
+              "I setParameter: PAL calls deferred to the worker, handle {h}",
+              "I setParameter: Exit, handle {h}, status = 0",
+              "I setParameter: Exit handle {h}, status 0"},
+             {"E setParameter: failed to set asr param, status = -5",
+              "I setParameter: deferred PAL calls done, handle {h}, status = -5"}},
+            {"start",
+             {Function::StreamStart, -EBUSY},
+             [](IVoxa& v, int32_t h) { return v.startListening(h, englishConfig()); },
+             0,
+             {"I startListening: Enter handle {h}", "I start: Enter, handle {h}, config {config}",
+              "I start: PAL calls deferred to the worker, handle {h}",
+              "I start: Exit, handle {h}, status = 0",
+              "I startListening: Exit handle {h}, status 0"},
+             {"E start: failed to start pal stream, status = -16",
+              "I start: deferred PAL calls done, handle {h}, status = -16"}},
+            {"start refused at once",
+             {Function::StreamStart, 0},
+             [&](IVoxa& v, int32_t h) { return v.startListening(h, unknownLanguage); },
+             -1,
+             {"I startListening: Enter handle {h}",
+              "I start: Enter, handle {h}, config " + unknownLanguage.toString(),
+              "E convertConfig: Recieved invalid input lnaguage code xx-XX",
+              "E start: Failed to parse config, status = -22",
+              "E startListening: Failed to start with handle {h}, status -22"},
+             {}},
+            {"initSession",
+             {Function::StreamOpen, -ENODEV},
+             [](IVoxa& v, int32_t) {
+                 int32_t handle;
+                 return v.initSession(testModel(), ndk::SharedRefBase::make<RecordingCallback>(),
+                                      &handle);
+             },
+             0,
+             {"I initSession: Enter", "I VoxaSession: Enter, handle {n}",
+              "I loadModel: Enter handle {n}, model {model}",
+              "I loadModel: PAL calls deferred to the worker, handle {n}",
+              "I loadModel: Exit, handle {n}, status = 0",
+              "I initSession: Exit handle {n}, status 0"},
+             {"E openPalStream: failed to open pal stream, status -19",
+              "E initSession: Failed to load model with handle {n}, status -19",
+              "I loadModel: deferred PAL calls done, handle {n}, status = -19"}},
+            {"registerGlobalCallback",
+             {Function::SetParam, -EIO},
+             [&](IVoxa& v, int32_t) { return v.registerGlobalCallback(global); },
+             0,
+             {"I registerGlobalCallback: PAL calls deferred to the worker",
+              "I registerGlobalCallback: Exit, status 0"},
+             {"E registerGlobalCallback: failed to set resources available callback, status -5",
+              "I registerGlobalCallback: deferred PAL calls done, status -5"}},
+    };
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    std::vector<uint8_t> payload = asrPayload("event");
-    for (int round = 0; round < 200; ++round) {
-        auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
-        ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
-        int32_t a = openSession(client);
-        pal_stream_handle* streamA = lastStream();
-        int32_t b = openSession(client);
-        ASSERT_TRUE(mVoxa->startListening(a, englishConfig()).isOk());
-        ASSERT_TRUE(mVoxa->startListening(b, englishConfig()).isOk());
-        client->onCall([&] { mVoxa->stopListening(b); });
-        std::future<int32_t> event = pal().raiseEventAsync(streamA, 0, payload);
-        binder_host::killProcessOf(global->asBinder().get());
-        event.get();
+    int32_t failedInit = -1;
+    for (const Case& operation : cases) {
+        SCOPED_TRACE(operation.name);
+        const int32_t handle = openSession(client);
+        ASSERT_TRUE(mVoxa->startListening(handle, englishConfig()).isOk());
+        pal().queueResults(operation.palResult.first, {operation.palResult.second});
+        std::optional<int32_t> nested;
+        client->onCall([&] {
+            if (!nested) nested = serviceError(operation.call(*mVoxa, handle));
+        });
+        mLog.clear();
+        ASSERT_EQ(0, pal().raiseEvent(lastStream(), 0, asrPayload("first")));
+        service().waitForDeferredCalls();
         client->onCall(nullptr);
+        EXPECT_EQ(std::optional<int32_t>(operation.error), nested);
+
+        auto expand = [&](std::vector<std::string> lines) {
+            for (std::string& line : lines) {
+                for (const auto& [name, value] :
+                     {std::pair<std::string, std::string>("{h}", std::to_string(handle)),
+                      {"{n}", std::to_string(handle + 1)},
+                      {"{model}", testModel().toString()},
+                      {"{config}", englishConfig().toString()}}) {
+                    for (size_t at; (at = line.find(name)) != std::string::npos;) {
+                        line.replace(at, name.size(), value);
+                    }
+                }
+            }
+            std::vector<voxa_test::LogLine> parsed;
+            for (const std::string& line : lines) {
+                parsed.push_back(voxa_test::Lines({line})[0]);
+            }
+            return parsed;
+        };
+        // The session is freed by whichever thread drops it last.
+        auto withoutDestruction = [](std::vector<voxa_test::LogLine> lines) {
+            lines.erase(std::remove_if(lines.begin(), lines.end(),
+                                       [](const voxa_test::LogLine& line) {
+                                           return line.message.rfind("~VoxaSession", 0) == 0;
+                                       }),
+                        lines.end());
+            return lines;
+        };
+        std::vector<voxa_test::LogLine> onCallback = expand(operation.onCallback);
+        onCallback.insert(onCallback.begin(),
+                          Info("onEventCallback:[" + std::to_string(handle) + "] send asr event"));
+        onCallback.push_back(Info("onEventCallback: Exit, handle " + std::to_string(handle)));
+        EXPECT_EQ(onCallback, withoutDestruction(mLog.lines(pal().eventThread())));
+        EXPECT_EQ(expand(operation.onWorker),
+                  withoutDestruction(mLog.lines(pal().eventThread(), false)));
+        if (operation.palResult.first == Function::StreamOpen) failedInit = handle + 1;
+        mVoxa->releaseSession(handle);
+    }
+    EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(failedInit)));
+    expectNoPalCallOnAnEventThread();
+}
+
+// A client that ends its session from its own callback, as most do with a final result, on a PAL
+// that waits for that very callback inside its stop and close.
+TEST_F(VoxaConcurrencyTest, ClientEndsItsSessionFromItsCallback) {
+    constexpr int kRounds = 10000;
+    auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    for (int round = 0; round < kRounds; ++round) {
+        const int32_t handle = openSession(client);
+        pal_stream_handle* stream = lastStream();
+        ASSERT_TRUE(mVoxa->startListening(handle, englishConfig()).isOk());
+        const bool release = round % 2 == 1;
+        client->onCall([&] {
+            client->onCall(nullptr);
+            ASSERT_TRUE((release ? mVoxa->releaseSession(handle) : mVoxa->stopListening(handle))
+                                .isOk());
+        });
+        ASSERT_EQ(0, pal().raiseEvent(stream, 0, asrPayload("final")));
+        pal().raiseEvent(stream, 0, asrPayload("late"));
+        if (!release) mVoxa->releaseSession(handle);
         mLog.clear();
     }
-    EXPECT_THAT(pal().openStreams(), ::testing::IsEmpty());
+    service().waitForDeferredCalls();
+    EXPECT_EQ(static_cast<size_t>(kRounds), client->deliveries().size());
+    EXPECT_THAT(pal().openStreams(), IsEmpty());
+    expectNoPalCallOnAnEventThread();
+}
+
+// Two PAL threads deliver two sessions' events at once, and each client calls into the other's
+// session from its callback. Neither waits for the other, and an event raised after a stop or
+// release has returned reaches nobody.
+TEST_F(VoxaConcurrencyTest, TwoPalThreadsCallingIntoEachOthersSessions) {
+    constexpr int kRounds = 10000;
+    VoxaParameter force;
+    force.param = ParameterType::FORCE_OUTPUT_EVENT;
+    const std::function<ndk::ScopedAStatus(int32_t)> operations[] = {
+            [&](int32_t h) { return mVoxa->stopListening(h); },
+            [&](int32_t h) { return mVoxa->releaseSession(h); },
+            [&](int32_t h) { return mVoxa->setParameter(h, force); },
+            [&](int32_t h) { return mVoxa->startListening(h, englishConfig()); },
+    };
+    struct Side {
+        std::shared_ptr<RecordingCallback> client = ndk::SharedRefBase::make<RecordingCallback>();
+        int32_t handle = -1;
+        pal_stream_handle* stream = nullptr;
+    } sides[2];
+    const std::vector<uint8_t> payload = asrPayload("event");
+
+    for (int round = 0; round < kRounds; ++round) {
+        const int operation = round % 4;
+        const bool ends = operation < 2;
+        for (Side& side : sides) {
+            if (side.handle < 0) {
+                side.handle = openSession(side.client);
+                side.stream = lastStream();
+            }
+            ASSERT_TRUE(mVoxa->startListening(side.handle, englishConfig()).isOk());
+        }
+        // Both callbacks are under way before either calls into the other's session.
+        std::atomic<int> entered{0};
+        std::atomic<int> failures{0};
+        for (int s = 0; s < 2; ++s) {
+            const int32_t other = sides[1 - s].handle;
+            sides[s].client->onCall([&, other] {
+                entered++;
+                const auto giveUp = std::chrono::steady_clock::now() + 10s;
+                while (entered < 2 && std::chrono::steady_clock::now() < giveUp) {
+                    std::this_thread::yield();
+                }
+                if (entered < 2 || !operations[operation](other).isOk()) failures++;
+            });
+        }
+        std::future<int32_t> events[2];
+        for (size_t s = 0; s < 2; ++s) {
+            fake_pal::Delivery onItsOwnThread;
+            onItsOwnThread.thread = s;
+            events[s] = pal().raiseEventAsync(sides[s].stream, 0, payload, onItsOwnThread);
+        }
+        for (std::future<int32_t>& event : events) {
+            if (event.wait_for(10s) != std::future_status::ready) {
+                fprintf(stderr, "two sessions' callbacks wait for each other (round %d)\n", round);
+                std::abort();
+            }
+        }
+        ASSERT_EQ(0, failures.load()) << "round " << round;
+
+        for (Side& side : sides) side.client->onCall(nullptr);
+        for (Side& side : sides) {
+            const size_t before = side.client->count();
+            pal().raiseEvent(side.stream, 0, payload);
+            ASSERT_EQ(before + (ends ? 0 : 1), side.client->count()) << "round " << round;
+            if (operation == 1) side.handle = -1;
+        }
+        mLog.clear();
+        pal().clearCalls();
+    }
+    for (Side& side : sides) {
+        if (side.handle >= 0) mVoxa->releaseSession(side.handle);
+    }
+    service().waitForDeferredCalls();
+    EXPECT_THAT(pal().openStreams(), IsEmpty());
+}
+
+// A client's callback stops its session, whose deferred stop the worker is held in, then makes
+// `more` calls, whose deferred PAL calls wait in the worker's queue until release().
+class HeldWorker {
+  public:
+    HeldWorker(const std::shared_ptr<IVoxa>& voxa, const std::shared_ptr<RecordingCallback>& client,
+               int32_t stopped, pal_stream_handle* stream, std::function<void()> more) {
+        FakePal::instance().setHook(Function::StreamStop, [this](const fake_pal::Call&) {
+            if (mHeld.exchange(true)) return;
+            mEntered.set_value();
+            mRelease.wait();
+        });
+        client->onCall([=] {
+            client->onCall(nullptr);
+            voxa->stopListening(stopped);
+            more();
+        });
+        EXPECT_EQ(0, FakePal::instance().raiseEvent(stream, 0, asrPayload("final")));
+        mEntered.get_future().wait();
+    }
+    ~HeldWorker() { FakePal::instance().setHook(Function::StreamStop, nullptr); }
+
+    void release() { mReleaseSignal.set_value(); }
+
+  private:
+    std::atomic<bool> mHeld{false};
+    std::promise<void> mEntered;
+    std::promise<void> mReleaseSignal;
+    std::shared_future<void> mRelease = mReleaseSignal.get_future().share();
+};
+
+// Each stream's PAL calls from the first stop or setParameter on, by stream.
+std::map<pal_stream_handle*, std::vector<Function>> laterCallsByStream() {
+    std::map<pal_stream_handle*, std::vector<Function>> byStream;
+    for (const fake_pal::Call& call : FakePal::instance().calls()) {
+        if (call.stream != nullptr) byStream[call.stream].push_back(call.function);
+    }
+    return byStream;
+}
+
+// Three listening sessions; the callback of the first's event stops it (held), releases the
+// second and sends the third a parameter.
+class QueuedCallsTest : public VoxaConcurrencyTest {
+  protected:
+    void SetUp() override {
+        for (int i = 0; i < 3; ++i) {
+            mHandles.push_back(openSession(mClient));
+            mStreams.push_back(lastStream());
+            ASSERT_TRUE(mVoxa->startListening(mHandles.back(), englishConfig()).isOk());
+        }
+        pal().clearCalls();
+    }
+
+    std::unique_ptr<HeldWorker> holdWorker(std::function<void()> more = [] {}) {
+        VoxaParameter force;
+        force.param = ParameterType::FORCE_OUTPUT_EVENT;
+        return std::make_unique<HeldWorker>(mVoxa, mClient, mHandles[0], mStreams[0], [=] {
+            mVoxa->releaseSession(mHandles[1]);
+            mVoxa->setParameter(mHandles[2], force);
+            more();
+        });
+    }
+
+    std::shared_ptr<RecordingCallback> mClient = ndk::SharedRefBase::make<RecordingCallback>();
+    std::vector<int32_t> mHandles;
+    std::vector<pal_stream_handle*> mStreams;
+};
+
+// The client dies while deferred calls wait in the queue: the death stops and closes each session
+// once the session's queued calls have run, and the released session closes once.
+TEST_F(QueuedCallsTest, ClientDeathWaitsForEachSessionsQueuedCalls) {
+    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
+    pal().clearCalls();
+    std::unique_ptr<HeldWorker> held = holdWorker();
+    std::thread death([&] { binder_host::killProcessOf(global->asBinder().get()); });
+    std::this_thread::sleep_for(20ms);
+    held->release();
+    death.join();
+    service().waitForDeferredCalls();
+
+    using F = Function;
+    auto calls = laterCallsByStream();
+    EXPECT_THAT(calls[mStreams[0]],
+                ::testing::ElementsAre(F::StreamStop, F::StreamStop, F::StreamClose));
+    EXPECT_THAT(calls[mStreams[1]], ::testing::ElementsAre(F::StreamStop, F::StreamClose));
+    EXPECT_THAT(calls[mStreams[2]],
+                ::testing::ElementsAre(F::StreamSetParam, F::StreamStop, F::StreamClose));
+    EXPECT_THAT(pal().openStreams(), IsEmpty());
+}
+
+// The service goes while deferred calls wait in the queue, a registration among them: the calls
+// run before it is gone, every stream closes once, and the PAL keeps no registration.
+TEST_F(QueuedCallsTest, DestroyingTheServiceRunsTheQueuedCallsFirst) {
+    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    std::unique_ptr<HeldWorker> held = holdWorker([&] { mVoxa->registerGlobalCallback(global); });
+    std::thread destruction([&] {
+        mVoxa.reset();
+        binder_host::clearServices();
+    });
+    std::this_thread::sleep_for(20ms);
+    held->release();
+    destruction.join();
+
+    using F = Function;
+    auto calls = laterCallsByStream();
+    EXPECT_THAT(calls[mStreams[0]], ::testing::ElementsAre(F::StreamStop, F::StreamClose));
+    EXPECT_THAT(calls[mStreams[1]], ::testing::ElementsAre(F::StreamStop, F::StreamClose));
+    EXPECT_THAT(calls[mStreams[2]],
+                ::testing::ElementsAre(F::StreamSetParam, F::StreamStop, F::StreamClose));
+    EXPECT_THAT(pal().openStreams(), IsEmpty());
+    EXPECT_FALSE(pal().notifyResourcesAvailable());
 }
 
 // Whether the calling thread's last pal_stream_open began before the client's death did.
@@ -151,7 +518,7 @@ TEST_F(VoxaConcurrencyTest, InitSessionRacingClientDeath) {
             EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(handle))) << "handle " << handle;
         }
         for (int32_t handle : afterDeath) mVoxa->releaseSession(handle);
-        ASSERT_THAT(pal().openStreams(), ::testing::IsEmpty());
+        ASSERT_THAT(pal().openStreams(), IsEmpty());
         mLog.clear();
     }
     pal().setHook(Function::StreamOpen, nullptr);

@@ -22,13 +22,13 @@ void PrintTo(const LogLine& line, std::ostream* os) {
 }
 
 LogLine Info(const std::string& message) {
-    return {ANDROID_LOG_INFO, "Voxa", message};
+    return {ANDROID_LOG_INFO, "Voxa", message, {}};
 }
 LogLine Warn(const std::string& message) {
-    return {ANDROID_LOG_WARN, "Voxa", message};
+    return {ANDROID_LOG_WARN, "Voxa", message, {}};
 }
 LogLine Error(const std::string& message) {
-    return {ANDROID_LOG_ERROR, "Voxa", message};
+    return {ANDROID_LOG_ERROR, "Voxa", message, {}};
 }
 
 std::vector<LogLine> Lines(std::initializer_list<std::string> lines) {
@@ -37,7 +37,7 @@ std::vector<LogLine> Lines(std::initializer_list<std::string> lines) {
         const int priority = line[0] == 'E'   ? ANDROID_LOG_ERROR
                              : line[0] == 'W' ? ANDROID_LOG_WARN
                                               : ANDROID_LOG_INFO;
-        parsed.push_back({priority, "Voxa", line.substr(2)});
+        parsed.push_back({priority, "Voxa", line.substr(2), {}});
     }
     return parsed;
 }
@@ -62,7 +62,8 @@ void LogCapture::logger(const __android_logger_data* data, const char* message) 
         __android_log_stderr_logger(data, message);
         return;
     }
-    capture->append({data->priority, data->tag != nullptr ? data->tag : "", message});
+    capture->append({data->priority, data->tag != nullptr ? data->tag : "", message,
+                     std::this_thread::get_id()});
 }
 
 void LogCapture::append(LogLine line) {
@@ -73,6 +74,15 @@ void LogCapture::append(LogLine line) {
 std::vector<LogLine> LogCapture::lines() const {
     std::lock_guard<std::mutex> guard(mLock);
     return mLines;
+}
+
+std::vector<LogLine> LogCapture::lines(std::thread::id thread, bool onThread) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    std::vector<LogLine> matching;
+    for (const LogLine& line : mLines) {
+        if ((line.thread == thread) == onThread) matching.push_back(line);
+    }
+    return matching;
 }
 
 void LogCapture::clear() {

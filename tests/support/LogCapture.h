@@ -6,6 +6,7 @@
 #include <mutex>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace voxa_test {
@@ -15,6 +16,8 @@ struct LogLine {
     int priority;
     std::string tag;
     std::string message;
+    // The thread that wrote it; not compared.
+    std::thread::id thread;
 
     bool operator==(const LogLine& other) const {
         return priority == other.priority && tag == other.tag && message == other.message;
@@ -43,6 +46,8 @@ class LogCapture {
     LogCapture& operator=(const LogCapture&) = delete;
 
     std::vector<LogLine> lines() const;
+    // The lines written on `thread`, or with `onThread` false on any other thread.
+    std::vector<LogLine> lines(std::thread::id thread, bool onThread = true) const;
     void clear();
 
   private:

@@ -40,6 +40,11 @@ class RecordingCallback : public BnVoxaCallback {
         return mDeliveries;
     }
 
+    size_t count() const {
+        std::lock_guard<std::mutex> lock(mLock);
+        return mDeliveries.size();
+    }
+
     // Every later call returns this service-specific error instead of OK.
     void failWith(int32_t serviceError) {
         std::lock_guard<std::mutex> lock(mLock);

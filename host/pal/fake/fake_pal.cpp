@@ -1,8 +1,11 @@
 #include "pal/fake_pal.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 #include <utility>
 
 namespace fake_pal {
@@ -47,15 +50,20 @@ FakePal& FakePal::instance() {
     return fake;
 }
 
-FakePal::FakePal() : mThread(&FakePal::runEvents, this) {}
+FakePal::FakePal() {
+    for (EventThread& thread : mThreads)
+        thread.thread = std::thread(&FakePal::runEvents, std::ref(thread));
+}
 
 FakePal::~FakePal() {
-    {
-        std::lock_guard<std::mutex> lock(mQueueLock);
-        mStopping = true;
+    for (EventThread& thread : mThreads) {
+        {
+            std::lock_guard<std::mutex> lock(thread.lock);
+            thread.stopping = true;
+        }
+        thread.changed.notify_one();
+        thread.thread.join();
     }
-    mQueueChanged.notify_one();
-    mThread.join();
 }
 
 void FakePal::reset() {
@@ -69,6 +77,11 @@ void FakePal::reset() {
 void FakePal::clearCalls() {
     std::lock_guard<std::mutex> lock(mLock);
     mCalls.clear();
+}
+
+void FakePal::setStrict(bool strict) {
+    std::lock_guard<std::mutex> lock(mLock);
+    mStrict = strict;
 }
 
 void FakePal::setHook(Function function, std::function<void(const Call&)> hook) {
@@ -158,13 +171,14 @@ std::future<int32_t> FakePal::raiseEventAsync(pal_stream_handle* stream, uint32_
     pal_stream_handle* reported = delivery.nullStream ? nullptr : stream;
     auto size = static_cast<unsigned int>(delivery.size.value_or(payload.size()));
     AlignedBytes data = delivery.nullPayload ? nullptr : copyAligned(payload);
-    return post(std::packaged_task<int32_t()>(
-            [this, stream, callback, cookie, reported, eventId, size, data = std::move(data)] {
-                return deliver(stream, [&] {
-                    return callback(reported, eventId, reinterpret_cast<unsigned int*>(data.get()),
-                                    size, cookie);
-                });
-            }));
+    return post(delivery.thread,
+                std::packaged_task<int32_t()>([this, stream, callback, cookie, reported, eventId,
+                                               size, data = std::move(data)] {
+                    return deliver(stream, [&] {
+                        return callback(reported, eventId,
+                                        reinterpret_cast<unsigned int*>(data.get()), size, cookie);
+                    });
+                }));
 }
 
 bool FakePal::notifyResourcesAvailable() {
@@ -174,22 +188,18 @@ bool FakePal::notifyResourcesAvailable() {
     }
     // The registration is read when the notification's turn comes: a withdrawal before then
     // leaves nothing to call.
-    post(std::packaged_task<int32_t()>([this] {
-        pal_resources_available_param registered;
-        {
-            std::lock_guard<std::mutex> lock(mLock);
-            registered = mResources;
-            mNotifying = registered.callback != nullptr;
-        }
-        if (registered.callback == nullptr) return 0;
-        registered.callback(registered.cookie);
-        {
-            std::lock_guard<std::mutex> lock(mLock);
-            mNotifying = false;
-        }
-        mDeliveryDone.notify_all();
-        return 0;
-    })).wait();
+    post(0, std::packaged_task<int32_t()>([this] {
+             pal_resources_available_param registered;
+             {
+                 std::lock_guard<std::mutex> lock(mLock);
+                 registered = mResources;
+                 if (registered.callback == nullptr) return 0;
+                 mRunning.push_back({std::this_thread::get_id(), nullptr});
+             }
+             registered.callback(registered.cookie);
+             finishCallback(nullptr);
+             return 0;
+         })).wait();
     return true;
 }
 
@@ -198,15 +208,51 @@ int32_t FakePal::deliver(pal_stream_handle* stream, const std::function<int32_t(
         std::lock_guard<std::mutex> lock(mLock);
         const Stream* known = findStreamLocked(stream);
         if (known == nullptr || !known->open) return kNotDelivered;
-        mDelivering = stream;
+        mRunning.push_back({std::this_thread::get_id(), stream});
     }
     int32_t result = callback();
+    finishCallback(stream);
+    return result;
+}
+
+void FakePal::finishCallback(pal_stream_handle* stream) {
     {
         std::lock_guard<std::mutex> lock(mLock);
-        mDelivering = nullptr;
+        const std::thread::id self = std::this_thread::get_id();
+        for (auto running = mRunning.begin(); running != mRunning.end(); ++running) {
+            if (running->thread == self && running->stream == stream) {
+                mRunning.erase(running);
+                break;
+            }
+        }
     }
-    mDeliveryDone.notify_all();
-    return result;
+    mCallbackDone.notify_all();
+}
+
+void FakePal::waitForCallbacksLocked(std::unique_lock<std::mutex>& lock, const Call& call,
+                                     pal_stream_handle* stream) {
+    const std::thread::id self = std::this_thread::get_id();
+    auto running = [&](bool onThisThread) {
+        for (const Running& callback : mRunning) {
+            if (callback.stream == stream && (callback.thread == self) == onThisThread) return true;
+        }
+        return false;
+    };
+    const std::string what = stream == nullptr ? std::string("the resources-available function")
+                                               : "a callback of stream " + std::to_string(*stream);
+    if (mStrict && running(true)) {
+        std::fprintf(stderr,
+                     "fake PAL: %s was called from inside %s, on the thread that runs it; a PAL "
+                     "that waits for its callbacks would never return\n",
+                     toString(call.function), what.c_str());
+        std::abort();
+    }
+    if (!mCallbackDone.wait_for(lock, kCallbackPatience, [&] { return !running(false); })) {
+        std::fprintf(stderr, "fake PAL: %s waited %lld s for %s to return\n",
+                     toString(call.function), static_cast<long long>(kCallbackPatience.count()),
+                     what.c_str());
+        std::abort();
+    }
 }
 
 int32_t FakePal::record(Call call, pal_stream_handle** openedStream) {
@@ -218,13 +264,17 @@ int32_t FakePal::record(Call call, pal_stream_handle** openedStream) {
         result = script.queued.front();
         script.queued.pop_front();
     }
+    const bool resourcesRegistration =
+            call.function == Function::SetParam && call.paramId == PAL_PARAM_ID_RESOURCES_AVAILABLE;
+    const bool stopsStream = call.function == Function::StreamClose ||
+                             (mStrict && call.function == Function::StreamStop);
+    if (stopsStream && call.stream != nullptr) {
+        waitForCallbacksLocked(lock, call, call.stream);
+    } else if (resourcesRegistration || (mStrict && call.function == Function::SetParam)) {
+        waitForCallbacksLocked(lock, call, nullptr);
+    }
     if (call.function == Function::StreamClose) {
-        // Whatever the result, the stream calls back no more once close returns; a delivery in
-        // progress on it finishes first, unless it is the caller.
-        if (std::this_thread::get_id() != mThread.get_id()) {
-            mDeliveryDone.wait(
-                    lock, [&] { return mDelivering == nullptr || mDelivering != call.stream; });
-        }
+        // Whatever the result, the stream calls back no more once close returns.
         if (Stream* stream = findStreamLocked(call.stream)) {
             stream->open = false;
         }
@@ -241,13 +291,7 @@ int32_t FakePal::record(Call call, pal_stream_handle** openedStream) {
                 }
                 break;
             case Function::SetParam:
-                if (call.paramId == PAL_PARAM_ID_RESOURCES_AVAILABLE &&
-                    call.payload.size() == sizeof(mResources)) {
-                    // Replacing the registration waits for a notification in progress, unless
-                    // it is the caller.
-                    if (std::this_thread::get_id() != mThread.get_id()) {
-                        mDeliveryDone.wait(lock, [&] { return !mNotifying; });
-                    }
+                if (resourcesRegistration && call.payload.size() == sizeof(mResources)) {
                     std::memcpy(&mResources, call.payload.data(), sizeof(mResources));
                 }
                 break;
@@ -271,25 +315,26 @@ FakePal::Stream* FakePal::findStreamLocked(pal_stream_handle* handle) {
     return nullptr;
 }
 
-std::future<int32_t> FakePal::post(std::packaged_task<int32_t()> task) {
+std::future<int32_t> FakePal::post(size_t thread, std::packaged_task<int32_t()> task) {
+    EventThread& target = mThreads.at(thread);
     std::future<int32_t> result = task.get_future();
     {
-        std::lock_guard<std::mutex> lock(mQueueLock);
-        mQueue.push_back(std::move(task));
+        std::lock_guard<std::mutex> lock(target.lock);
+        target.queue.push_back(std::move(task));
     }
-    mQueueChanged.notify_one();
+    target.changed.notify_one();
     return result;
 }
 
-void FakePal::runEvents() {
-    std::unique_lock<std::mutex> lock(mQueueLock);
+void FakePal::runEvents(EventThread& thread) {
+    std::unique_lock<std::mutex> lock(thread.lock);
     for (;;) {
-        mQueueChanged.wait(lock, [this] { return mStopping || !mQueue.empty(); });
-        if (mStopping) {
+        thread.changed.wait(lock, [&] { return thread.stopping || !thread.queue.empty(); });
+        if (thread.stopping) {
             return;
         }
-        std::packaged_task<int32_t()> task = std::move(mQueue.front());
-        mQueue.pop_front();
+        std::packaged_task<int32_t()> task = std::move(thread.queue.front());
+        thread.queue.pop_front();
         lock.unlock();
         task();
         lock.lock();

@@ -3,8 +3,15 @@
  * (pal/pal_api.h). Linking the pal_fake library provides the six PAL functions; each records a
  * copy of its arguments and returns a result that the test scripted (0 unless told otherwise).
  * The test drives the other direction through FakePal: it raises stream events and reports
- * engine resources as available, and the fake calls the registered functions on its own event
- * thread, as the PAL library does.
+ * engine resources as available, and the fake calls the registered functions on one of its own
+ * event threads, as the PAL library does.
+ *
+ * A PAL may wait, inside pal_stream_stop, pal_stream_close and pal_set_param, for the callbacks
+ * it is running. The fake always does so in pal_stream_close and in pal_set_param of the
+ * resources-available registration, for callbacks running on other threads; in strict mode
+ * (setStrict) it does so in all three, and a call made on a thread that is running such a
+ * callback fails the test at once, as it would hang on such a PAL. A wait that lasts longer than
+ * kCallbackPatience fails the test too, with a message naming the call, instead of hanging.
  *
  * Thread safety: every member of FakePal may be called from any thread, and the PAL functions may
  * be called concurrently with them, also from inside a callback that the fake is making. The
@@ -17,6 +24,7 @@
 #include <pal/pal_functions.h>
 
 #include <array>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -50,12 +58,16 @@ struct Call {
     bool modifiersNull = true;
     pal_stream_event_cb callback = nullptr;
     unsigned long cookie = 0;
+    // The thread that made the call.
+    std::thread::id thread = std::this_thread::get_id();
 };
 
 // How raiseEvent hands an event to the callback. By default the callback gets the stream's
 // handle, a copy of the payload and the payload's size; these override each, so that tests can
 // present the malformed calls that the code under test must refuse.
 struct Delivery {
+    // Which of the fake's event threads makes the call (below kEventThreads).
+    size_t thread = 0;
     bool nullStream = false;
     bool nullPayload = false;
     std::optional<uint32_t> size;
@@ -68,6 +80,9 @@ constexpr int32_t kNotDelivered = -ENODEV;
 // Event payloads are copied to storage of exactly their size (so that AddressSanitizer reports
 // reads past the end) aligned to this many bytes.
 constexpr size_t kPayloadAlignment = 16;
+
+constexpr size_t kEventThreads = 2;
+constexpr std::chrono::seconds kCallbackPatience{5};
 
 class FakePal {
   public:
@@ -85,6 +100,9 @@ class FakePal {
 
     // Forgets the calls only; streams, scripts and the registration stay.
     void clearCalls();
+
+    // Strict mode (see above); it stays until changed, also across reset().
+    void setStrict(bool strict);
 
     // Runs `hook` inside every later call of `function`, with the call's arguments, before the
     // call is recorded or its result chosen, and without any lock of the fake held (for example to
@@ -105,14 +123,13 @@ class FakePal {
     std::vector<pal_stream_handle*> openStreams() const;
 
     // Calls the callback that `stream` was opened with, with its cookie and `eventId`, on the
-    // event thread, and returns what the callback returned. The stream may be started or not (so
-    // that tests can check how the code under test treats early and late events) but must still
-    // be open when the event's turn comes: as on a device, a closed stream raises nothing, and
-    // pal_stream_close waits for a delivery in progress on its stream. Events are delivered one
-    // at a time in the order in which they were raised. Returns kNotDelivered when there is no
-    // callback to call.
-    // Precondition: not called from inside a callback that the fake is making (it would wait on
-    // itself); use raiseEventAsync there.
+    // event thread that `delivery` names, and returns what the callback returned. The stream may be
+    // started or not (so that tests can check how the code under test treats early and late events)
+    // but must still be open when the event's turn comes: as on a device, a closed stream raises
+    // nothing. Each event thread delivers its events one at a time in the order in which they were
+    // raised. Returns kNotDelivered when there is no callback to call. Precondition: not called
+    // from inside a callback that the fake is making (it would wait on itself); use raiseEventAsync
+    // there.
     int32_t raiseEvent(pal_stream_handle* stream, uint32_t eventId,
                        const std::vector<uint8_t>& payload, const Delivery& delivery = {});
     // As raiseEvent, without waiting: the future gets the callback's result.
@@ -121,12 +138,11 @@ class FakePal {
                                          const Delivery& delivery = {});
 
     // Calls the function registered with pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE) with
-    // its cookie, on the event thread, and waits for it. Returns false, calling nothing, when no
+    // its cookie, on event thread 0, and waits for it. Returns false, calling nothing, when no
     // function is registered. Same precondition as raiseEvent.
     bool notifyResourcesAvailable();
 
-    // The thread on which every callback is made.
-    std::thread::id eventThread() const { return mThread.get_id(); }
+    std::thread::id eventThread(size_t index = 0) const { return mThreads[index].thread.get_id(); }
 
   private:
     friend struct EntryPoints;
@@ -153,10 +169,28 @@ class FakePal {
     int32_t record(Call call, pal_stream_handle** openedStream);
     void runHook(const Call& call);
     int32_t deliver(pal_stream_handle* stream, const std::function<int32_t()>& callback);
+    void finishCallback(pal_stream_handle* stream);
+    // Waits, for `call`, until no callback of `stream` (null: the resources-available function)
+    // runs on another thread; fails the test as the class comment says.
+    void waitForCallbacksLocked(std::unique_lock<std::mutex>& lock, const Call& call,
+                                pal_stream_handle* stream);
     Stream* findStreamLocked(pal_stream_handle* handle);
 
-    std::future<int32_t> post(std::packaged_task<int32_t()> task);
-    void runEvents();
+    struct EventThread {
+        std::mutex lock;
+        std::condition_variable changed;
+        std::deque<std::packaged_task<int32_t()>> queue;  // guarded by lock
+        bool stopping = false;                            // guarded by lock
+        std::thread thread;  // runs runEvents; started last, joined by the destructor
+    };
+    std::future<int32_t> post(size_t thread, std::packaged_task<int32_t()> task);
+    static void runEvents(EventThread& thread);
+
+    // A callback in progress; `stream` is null for the resources-available function.
+    struct Running {
+        std::thread::id thread;
+        pal_stream_handle* stream;
+    };
 
     mutable std::mutex mLock;
     std::vector<Call> mCalls;                     // guarded by mLock
@@ -165,16 +199,11 @@ class FakePal {
     std::deque<pal_stream_handle> mHandles;       // guarded by mLock; never shrinks, so never moves
     pal_resources_available_param mResources{};   // guarded by mLock
     std::array<std::function<void(const Call&)>, kFunctionCount> mHooks;  // guarded by mLock
-    pal_stream_handle* mDelivering = nullptr;  // guarded by mLock; the stream being called back
-    bool mNotifying = false;                   // guarded by mLock; resources being reported
-    std::condition_variable mDeliveryDone;     // signalled when either of the two is cleared
+    std::vector<Running> mRunning;                                        // guarded by mLock
+    bool mStrict = false;                                                 // guarded by mLock
+    std::condition_variable mCallbackDone;  // signalled when a callback returns
 
-    std::mutex mQueueLock;
-    std::condition_variable mQueueChanged;
-    std::deque<std::packaged_task<int32_t()>> mQueue;  // guarded by mQueueLock
-    bool mStopping = false;                            // guarded by mQueueLock
-
-    std::thread mThread;  // runs runEvents; started last, joined by the destructor
+    std::array<EventThread, kEventThreads> mThreads;
 };
 
 }  // namespace fake_pal
