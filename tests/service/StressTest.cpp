@@ -1,9 +1,9 @@
 // Eight client threads run random operations on sessions of their own and on each other's, while
-// the fake PAL raises all three event kinds from its own thread and reports resources, callbacks
-// call back into the service, and a ninth thread makes the client die now and then. Afterwards:
-// no event reached a session that was not listening (after its stop or release returned), every
-// handle was unique, and every stream is closed. VOXA_STRESS_OPERATIONS sets the number of
-// operations (make stress runs 800,000); a watchdog turns a hang into a failure.
+// the strict fake PAL raises all three event kinds from two threads and reports resources,
+// callbacks call back into the service, and a ninth thread makes the client die now and then.
+// Afterwards: no event reached a session that was not listening (after its stop or release
+// returned), every handle was unique, and every stream is closed. VOXA_STRESS_OPERATIONS sets the
+// number of operations (make stress runs 800,000); a watchdog turns a hang into a failure.
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -160,6 +160,7 @@ class StressTest : public ServiceTest {
     std::map<int32_t, std::shared_ptr<SessionRecord>> mSessions;  // guarded by mSessionsLock
     std::set<int32_t> mHandles;                                   // guarded by mSessionsLock
     Counts mCounts;
+    StrictPal mStrictPal;
 };
 
 TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
@@ -186,19 +187,28 @@ TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
             clientsDone++;
         });
     }
-    std::thread pal([&] {
+    // Each of the fake's event threads reports on every open stream, so that two sessions'
+    // callbacks may run at once.
+    auto palThread = [&](size_t thread) {
         const std::vector<uint8_t> payloads[] = {asrPayload("plain"), timestampPayload("word"),
                                                  sdzPayload(3)};
+        fake_pal::Delivery delivery;
+        delivery.thread = thread;
         for (long n = 0; clientsDone < kClientThreads; ++n) {
             for (pal_stream_handle* stream : FakePal::instance().openStreams()) {
-                uint32_t eventId = n % 3;
-                if (FakePal::instance().raiseEvent(stream, eventId, payloads[eventId]) == 0) {
+                uint32_t eventId = (n + thread) % 3;
+                if (FakePal::instance().raiseEvent(stream, eventId, payloads[eventId], delivery) ==
+                    0) {
                     mCounts.raised++;
                 }
             }
-            if (n % 16 == 0) FakePal::instance().notifyResourcesAvailable();
+            if (thread == 0 && n % 16 == 0) FakePal::instance().notifyResourcesAvailable();
         }
-    });
+    };
+    std::vector<std::thread> pal;
+    for (size_t thread = 0; thread < fake_pal::kEventThreads; ++thread) {
+        pal.emplace_back(palThread, thread);
+    }
     std::thread killer([&] {
         std::mt19937 random(99);
         std::shared_ptr<CountingGlobalCallback> current = global;
@@ -212,8 +222,9 @@ TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
     });
 
     for (std::thread& client : clients) client.join();
-    pal.join();
+    for (std::thread& thread : pal) thread.join();
     killer.join();
+    service().waitForDeferredCalls();
     {
         std::lock_guard<std::mutex> lock(doneLock);
         done = true;

@@ -94,7 +94,11 @@ class Engine {
 class HostEnvironment : public testing::Environment {
   public:
     HostEnvironment() { registerService(); }
-    void SetUp() override { mEngine = std::make_unique<Engine>(); }
+    // The fake is strict: a PAL call made on its callback thread fails the run.
+    void SetUp() override {
+        FakePal::instance().setStrict(true);
+        mEngine = std::make_unique<Engine>();
+    }
     void TearDown() override {
         mEngine.reset();
         binder_host::clearServices();
