@@ -71,6 +71,9 @@ TEST_F(EngineApiTest, HoldsOneStreamAndReportsOnAnEngineThreadWhenItsCloseFreesT
     const auto [cookie, thread] = call.get();
     EXPECT_EQ(0xC0FFEEu, cookie);
     EXPECT_NE(std::this_thread::get_id(), thread);
+    // The next close notifies no one: the function sets its promise once.
+    pal_resources_available_param none = {};
+    ASSERT_EQ(0, pal_set_param(PAL_PARAM_ID_RESOURCES_AVAILABLE, &none, sizeof(none)));
 
     // The handle is dead; the engine is free for the next stream.
     EXPECT_EQ(-22, setParam(first, PAL_PARAM_ID_ASR_CUSTOM, uint32_t{0}));
