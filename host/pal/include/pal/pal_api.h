@@ -2,11 +2,17 @@
  * The platform audio layer's functions that libvoxa calls. All return 0 on success or a negative
  * errno-style code; -EBUSY, -EINVAL and -ENOSYS have meanings of their own.
  *
- * Callbacks (a stream's events, the resources-available function) run on the PAL's own threads,
- * never on a thread that is inside one of these functions, and may call any of them. A callback
- * may be waiting for the service while the service calls the PAL, so only pal_stream_stop,
- * pal_stream_close and pal_set_param may wait for a callback to return, and none of them waits
- * for the callback that is calling it.
+ * What the service needs of a PAL's threads, and no more:
+ * - Callbacks (a stream's events, the resources-available function) run on any number of the
+ *   PAL's own threads, never on a thread that is inside one of these functions. The service never
+ *   calls these functions from inside a callback: calls its clients make there are deferred to a
+ *   thread of the service's own.
+ * - pal_stream_stop and pal_stream_close may wait for every running callback of their stream, and
+ *   pal_set_param for the running resources-available function. None of them may wait for a
+ *   callback of another stream: such a callback may be waiting, briefly, for the session whose
+ *   stream is being stopped.
+ * - pal_stream_open, pal_stream_set_param and pal_stream_start do not wait for callbacks: an event
+ *   of the stream may be waiting for the session that makes the call.
  */
 #ifndef PAL_API_H
 #define PAL_API_H
@@ -33,22 +39,19 @@ int32_t pal_stream_set_param(pal_stream_handle* stream, uint32_t param_id,
 
 int32_t pal_stream_start(pal_stream_handle* stream);
 
-/*
- * After this returns, the stream raises no further event until it is started again. It need not
- * wait for an event already being delivered.
- */
+/* After this returns, the stream raises no further event until it is started again. */
 int32_t pal_stream_stop(pal_stream_handle* stream);
 
 /*
- * After this returns, whatever its result, no callback of the stream is running or will run
- * (except the one that called it): the caller may free what the cookie points to.
+ * After this returns, whatever its result, no callback of the stream is running or will run: the
+ * caller may free what the cookie points to.
  */
 int32_t pal_stream_close(pal_stream_handle* stream);
 
 /*
  * Sends a global parameter of `size` bytes. PAL_PARAM_ID_RESOURCES_AVAILABLE replaces the
  * registered function (a null function withdraws it); after it returns the function it replaced
- * is not running (except where it is the caller) and will not be called.
+ * is not running and will not be called.
  */
 int32_t pal_set_param(uint32_t param_id, void* payload, size_t size);
 
