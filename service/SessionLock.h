@@ -56,12 +56,17 @@ class CAPABILITY("mutex") SessionLock {
     }
 
     void unlock() RELEASE() {
+        bool deliveryWaits;
         {
             std::lock_guard<std::mutex> state(mStateMutex);
             mHeld = false;
             mHolder = {};
+            deliveryWaits = mWaitingDeliveries > 0;
         }
         mChanged.notify_all();
+        // The event thread just woken often shares this core; without a yield it would wait for
+        // the rest of this thread's work before it delivers.
+        if (deliveryWaits) std::this_thread::yield();
     }
 
     // Returns true with the lock held, or false without it once `giveUp()` holds. Also false at
@@ -72,7 +77,9 @@ class CAPABILITY("mutex") SessionLock {
         std::unique_lock<std::mutex> state(mStateMutex);
         if (mHeld && mHolder == std::this_thread::get_id()) return false;
         auto free = [this] { return !mHeld && !mDelivering && mWaitingOperations == 0; };
+        ++mWaitingDeliveries;
         mChanged.wait(state, [&] { return free() || giveUp(); });
+        --mWaitingDeliveries;
         if (!free()) return false;
         takeLocked();
         return true;
@@ -94,13 +101,18 @@ class CAPABILITY("mutex") SessionLock {
         mChanged.notify_all();
     }
 
-    // The calling thread delivers an event from now until endDelivery(), after unlock().
-    void beginDelivery() REQUIRES(this) {
-        std::lock_guard<std::mutex> state(mStateMutex);
-        mDelivering = true;
+    // Lets the lock go; the calling thread delivers an event from now until endDelivery().
+    void unlockToDeliver() RELEASE() {
+        {
+            std::lock_guard<std::mutex> state(mStateMutex);
+            mHeld = false;
+            mHolder = {};
+            mDelivering = true;
+        }
+        mChanged.notify_all();
     }
 
-    // Called on the thread that called beginDelivery(), without the lock.
+    // Called on the thread that called unlockToDeliver(), without the lock.
     void endDelivery() {
         {
             std::lock_guard<std::mutex> state(mStateMutex);
@@ -143,6 +155,7 @@ class CAPABILITY("mutex") SessionLock {
     std::thread::id mHolder;
     bool mDelivering = false;
     int mWaitingOperations = 0;
+    int mWaitingDeliveries = 0;
     int mDeferred = 0;
 };
 

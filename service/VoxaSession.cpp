@@ -385,10 +385,21 @@ int32_t VoxaSession::palCallback(unsigned long* streamHandle, unsigned int event
 }
 
 void VoxaSession::onEventCallback(unsigned int* eventData, unsigned int eventId) {
-    VoxaEvent event;
     const EventKind kind = eventId == PAL_ASR_EVENT_ID_SPEAKER_DIARIZATION ? kSdz
                            : eventId == PAL_ASR_EVENT_ID_TIMESTAMP         ? kTimestamp
                                                                            : kPlain;
+    // Decoded before the wait for the lock, which the converters do not need: an event that
+    // waited reaches the client as soon as the lock comes free.
+    VoxaEvent event;
+    SpeakerDiarizationEvent sdzEvent;
+    if (kind == kSdz) {
+        PalToAidlConverter::convertSdzEvent(reinterpret_cast<pal_sdz_event*>(eventData), sdzEvent);
+    } else if (kind == kTimestamp) {
+        PalToAidlConverter::convertAsrTimeStampEvent(reinterpret_cast<pal_asr_ts_event*>(eventData),
+                                                     event);
+    } else {
+        PalToAidlConverter::convertAsrEvent(reinterpret_cast<pal_asr_event*>(eventData), event);
+    }
     // Keeps the session alive if the client releases it from inside the callback.
     std::shared_ptr<VoxaSession> self = weak_from_this().lock();
 
@@ -401,18 +412,12 @@ void VoxaSession::onEventCallback(unsigned int* eventData, unsigned int eventId)
     } else {
         mDelivered[kind]++;
         if (kind == kSdz) {
-            SpeakerDiarizationEvent sdzEvent;
-            PalToAidlConverter::convertSdzEvent(reinterpret_cast<pal_sdz_event*>(eventData),
-                                                sdzEvent);
             ALOGI("%s:[%d] send sdz event", __func__, mHandle);
             deliverAndUnlock([&] { mCallback->onSdzEvent(mHandle, sdzEvent); });
         } else if (kind == kTimestamp) {
-            PalToAidlConverter::convertAsrTimeStampEvent(
-                    reinterpret_cast<pal_asr_ts_event*>(eventData), event);
             ALOGI("%s:[%d] send asr timestamp event", __func__, mHandle);
             deliverAndUnlock([&] { mCallback->onAsrEvent(mHandle, event); });
         } else {
-            PalToAidlConverter::convertAsrEvent(reinterpret_cast<pal_asr_event*>(eventData), event);
             ALOGI("%s:[%d] send asr event", __func__, mHandle);
             deliverAndUnlock([&] { mCallback->onAsrEvent(mHandle, event); });
         }
@@ -423,8 +428,7 @@ void VoxaSession::onEventCallback(unsigned int* eventData, unsigned int eventId)
 
 template <typename Call>
 void VoxaSession::deliverAndUnlock(Call call) {
-    mLock.beginDelivery();
-    mLock.unlock();
+    mLock.unlockToDeliver();
     call();
     mLock.endDelivery();
 }
