@@ -13,8 +13,8 @@ export ASAN_OPTIONS := detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS := print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS := halt_on_error=1:second_deadlock_stack=1
 
-.PHONY: all deps demo test test-asan test-tsan test-thread-safety test-fuzz fuzz fuzz-build stress \
-	bench format lint
+.PHONY: all deps demo test test-asan test-tsan test-thread-safety test-fuzz test-bench fuzz fuzz-build \
+	stress bench bench-build format lint
 
 all: demo
 
@@ -27,7 +27,7 @@ demo: deps
 	cmake --build $(BUILD_DIR)/release --target voxa libvoxa
 	$(BUILD_DIR)/release/tools/voxa transcribe --timestamps
 
-test: deps test-thread-safety test-asan test-tsan test-fuzz
+test: deps test-thread-safety test-asan test-tsan test-fuzz test-bench
 
 # cmake's configure step for a build directory with sanitizer flags: $(call configure,DIR,FLAGS,...)
 configure = cmake -S . -B $(BUILD_DIR)/$(1) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug \
@@ -82,11 +82,22 @@ test-fuzz: fuzz-build
 fuzz: deps fuzz-build
 	scripts/run-fuzzers $(BUILD_DIR)/fuzz $(FUZZ_SECONDS)
 
-bench: deps
+bench-build:
 	cmake -S . -B $(BUILD_DIR)/bench $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DVOXA_BUILD_TESTS=OFF \
 	    -DVOXA_BUILD_BENCH=ON
 	cmake --build $(BUILD_DIR)/bench
-	set -e; for b in $$(find $(BUILD_DIR)/bench/bench -type f -executable -name "bench_*" | sort); do echo "== $$b"; $$b; done
+
+# Runs every benchmark program, with $(1) before it (VOXA_BENCH_QUICK=1: each benchmark once on the
+# least data).
+run-benchmarks = set -e; for b in $$(find $(BUILD_DIR)/bench/bench -type f -executable \
+	-name "bench_*" | sort); do echo "== $$b"; $(1) $$b; done
+
+bench: deps bench-build
+	$(call run-benchmarks,)
+
+# Every benchmark still builds and runs, so that no change breaks make bench unseen.
+test-bench: bench-build
+	$(call run-benchmarks,VOXA_BENCH_QUICK=1)
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

@@ -13,13 +13,13 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <future>
 #include <thread>
 #include <vector>
 
+#include "Quick.h"
 #include "VoxaSession.h"
 
 namespace aidl::vendor::orbo::hardware::voxa {
@@ -120,10 +120,9 @@ double threadCpuSeconds(pthread_t thread) {
     return now.tv_sec + now.tv_nsec / 1e9;
 }
 
-// VOXA_BENCH_QUICK (make test) runs each benchmark once with short holds, to prove it still runs.
-const bool kQuick = std::getenv("VOXA_BENCH_QUICK") != nullptr;
-const auto kHold = kQuick ? std::chrono::milliseconds(10) : std::chrono::milliseconds(250);
-const int kWaits = kQuick ? 1 : 31;
+const auto kHold =
+        voxa_bench::quickOr(std::chrono::milliseconds(10), std::chrono::milliseconds(250));
+const int kWaits = voxa_bench::quickOr(1, 31);
 
 // CPU seconds a waiting thread uses per second of waiting, once it waits.
 struct WaitCost {
@@ -268,7 +267,7 @@ void BM_BusySpin(benchmark::State& state) {
     }
     cost.report(state);
 }
-BENCHMARK(BM_BusySpin)->Iterations(kQuick ? 1 : 3)->UseRealTime();
+BENCHMARK(BM_BusySpin)->Iterations(voxa_bench::quickOr(1, 3))->UseRealTime();
 
 }  // namespace
 }  // namespace aidl::vendor::orbo::hardware::voxa

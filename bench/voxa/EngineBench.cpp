@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "Quick.h"
 #include "ReferenceRecogniser.h"
 #include "SyntheticSpeech.h"
 #include "Translator.h"
@@ -33,7 +34,10 @@ using Clock = std::chrono::steady_clock;
 using voxa_bench::Segment;
 
 const std::string kRecordings = voxa_bench::kLibriVox + "sense_and_sensibility_01_austen_64kb-";
-const char* const kNames[] = {"0870", "0880", "0890", "0920", "0930"};
+const char* const kAllNames[] = {"0870", "0880", "0890", "0920", "0930"};
+const std::vector<const char*> kNames = voxa_bench::measured(kAllNames);
+// Turns of each synthetic conversation.
+const size_t kTurns = voxa_bench::quickOr<size_t>(3, 12);
 
 double cpuSeconds() {
     timespec now;
@@ -285,10 +289,11 @@ void BM_TranslationLatency(benchmark::State& state) {
 void BM_DiarizationErrorRate(benchmark::State& state) {
     std::vector<voxa_bench::Turn> turns;
     if (state.range(0) > 0) {
-        turns = voxa_bench::conversation(static_cast<int>(state.range(0)), 12);
+        turns = voxa_bench::conversation(static_cast<int>(state.range(0)), kTurns);
     } else {
-        const std::vector<voxa_bench::Turn> voice = voxa_bench::conversation(2, 12);
-        for (size_t i = 0; i < std::size(kNames); ++i) {
+        const std::vector<voxa_bench::Turn> voice =
+                voxa_bench::conversation(2, voxa_bench::quickOr<size_t>(2, 12));
+        for (size_t i = 0; i < kNames.size(); ++i) {
             voxa_bench::Turn recorded;
             recorded.speaker = 1;
             recorded.file = kRecordings + kNames[i] + ".wav";
