@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "SessionLock.h"
-
 namespace aidl::vendor::orbo::hardware::voxa {
 
 PalWorker::~PalWorker() {
@@ -14,14 +12,16 @@ void PalWorker::post(std::function<void()> job) {
     {
         std::lock_guard<std::mutex> lock(mLock);
         mJobs.push_back(std::move(job));
+        ++mPosted;
         if (!mStopping && !mThread.joinable()) mThread = std::thread(&PalWorker::run, this);
     }
     mChanged.notify_all();
 }
 
-void PalWorker::waitUntilIdle() {
+void PalWorker::waitForPosted() {
     std::unique_lock<std::mutex> lock(mLock);
-    mChanged.wait(lock, [this] { return mJobs.empty() && !mRunning; });
+    const uint64_t posted = mPosted;
+    mChanged.wait(lock, [&] { return mDone >= posted; });
 }
 
 void PalWorker::stop() {
@@ -35,14 +35,12 @@ void PalWorker::stop() {
     if (thread.joinable()) thread.join();
 
     // A job posted after the thread ended runs here.
-    SessionLock::InDeferredWork deferred;
     std::unique_lock<std::mutex> lock(mLock);
     runJobs(lock);
     mStopping = false;
 }
 
 void PalWorker::run() {
-    SessionLock::InDeferredWork deferred;
     std::unique_lock<std::mutex> lock(mLock);
     for (;;) {
         mChanged.wait(lock, [this] { return mStopping || !mJobs.empty(); });
@@ -55,11 +53,11 @@ void PalWorker::runJobs(std::unique_lock<std::mutex>& lock) {
     while (!mJobs.empty()) {
         std::function<void()> job = std::move(mJobs.front());
         mJobs.pop_front();
-        mRunning = true;
         lock.unlock();
         job();
+        job = nullptr;
         lock.lock();
-        mRunning = false;
+        ++mDone;
         mChanged.notify_all();
     }
 }

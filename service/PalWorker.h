@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -13,10 +14,10 @@ namespace aidl::vendor::orbo::hardware::voxa {
 // pal_stream_close or pal_set_param, for every callback it is running, so such a call made on the
 // callback's own thread would wait for itself.
 //
-// Jobs run one at a time in the order they were posted, each marked as deferred work
-// (SessionLock::InDeferredWork). The thread starts with the first job and ends in stop().
+// Jobs run one at a time in the order they were posted. The thread starts with the first job and
+// ends in stop().
 //
-// Threads: post() may be called from any thread, also from inside a job. waitUntilIdle(), stop()
+// Threads: post() may be called from any thread, also from inside a job. waitForPosted(), stop()
 // and the destructor must not be called from a job.
 class PalWorker {
   public:
@@ -29,8 +30,8 @@ class PalWorker {
 
     void post(std::function<void()> job);
 
-    // Returns once every job posted so far has run.
-    void waitUntilIdle();
+    // Returns once every job posted before the call has run.
+    void waitForPosted();
 
     // Returns once every job posted before or while it runs has run; the thread has ended. A job
     // posted afterwards starts it again.
@@ -45,7 +46,8 @@ class PalWorker {
     std::condition_variable mChanged;
     std::deque<std::function<void()>> mJobs;  // guarded by mLock
     bool mStopping = false;                   // guarded by mLock
-    bool mRunning = false;                    // guarded by mLock; a job runs
+    uint64_t mPosted = 0;                     // guarded by mLock; jobs posted so far
+    uint64_t mDone = 0;                       // guarded by mLock; jobs that have run
     std::thread mThread;  // guarded by mLock; started by post(), joined by stop()
 };
 

@@ -13,14 +13,12 @@ namespace aidl::vendor::orbo::hardware::voxa {
 // back into the service from inside its callback, on the delivering thread itself (binder hands a
 // nested call to the thread that made the outgoing one).
 //
-// What lock() waits for depends on the calling thread:
-// - A thread inside one of the service's PAL callbacks (InPalCallback) waits only until the lock
-//   is free. It never calls the PAL (its PAL calls are deferred to the PAL worker), and whoever
-//   holds the lock is in a PAL call that does not wait for that callback, so it waits briefly.
-// - The PAL worker, running deferred work (InDeferredWork), also waits until no delivery of the
-//   session runs, so that its PAL calls never overlap a delivery.
-// - Any other thread (a binder thread) also waits until the session has no deferred work left,
-//   so that the session's PAL calls keep the order in which they were asked for.
+// lock() waits until the lock is free and, unless the calling thread is inside one of the
+// service's PAL callbacks (InPalCallback), until no delivery of the session runs, so that an
+// operation's PAL calls never overlap a delivery. A thread inside a callback never calls the PAL
+// (its PAL calls are deferred to the PAL worker) and whoever holds the lock is in a PAL call that
+// does not wait for that callback, so it waits briefly; waiting for a delivery could make two
+// callbacks wait on each other.
 //
 // lockToDeliver() waits until the lock is free, no delivery runs and no operation waits, and
 // gives up as soon as `giveUp()` holds. Waiters look at their condition again whenever the lock
@@ -34,15 +32,6 @@ class CAPABILITY("mutex") SessionLock {
         ~InPalCallback() { --tPalCallbacks; }
         InPalCallback(const InPalCallback&) = delete;
         InPalCallback& operator=(const InPalCallback&) = delete;
-    };
-
-    // Marks the calling thread, for its scope, as running work that was deferred.
-    class InDeferredWork {
-      public:
-        InDeferredWork() { tDeferredWork = true; }
-        ~InDeferredWork() { tDeferredWork = false; }
-        InDeferredWork(const InDeferredWork&) = delete;
-        InDeferredWork& operator=(const InDeferredWork&) = delete;
     };
 
     static bool insidePalCallback() { return tPalCallbacks > 0; }
@@ -121,25 +110,8 @@ class CAPABILITY("mutex") SessionLock {
         mChanged.notify_all();
     }
 
-    // Counts work deferred to the PAL worker until endDeferred().
-    void beginDeferred() REQUIRES(this) {
-        std::lock_guard<std::mutex> state(mStateMutex);
-        ++mDeferred;
-    }
-
-    void endDeferred() {
-        {
-            std::lock_guard<std::mutex> state(mStateMutex);
-            --mDeferred;
-        }
-        mChanged.notify_all();
-    }
-
   private:
-    bool mustWaitLocked() const {
-        if (tPalCallbacks > 0) return false;
-        return mDelivering || (!tDeferredWork && mDeferred > 0);
-    }
+    bool mustWaitLocked() const { return tPalCallbacks == 0 && mDelivering; }
 
     void takeLocked() {
         mHeld = true;
@@ -147,7 +119,6 @@ class CAPABILITY("mutex") SessionLock {
     }
 
     static inline thread_local int tPalCallbacks = 0;
-    static inline thread_local bool tDeferredWork = false;
 
     std::mutex mStateMutex;  // guards the members below; never held while waiting or calling out
     std::condition_variable mChanged;
@@ -156,7 +127,6 @@ class CAPABILITY("mutex") SessionLock {
     bool mDelivering = false;
     int mWaitingOperations = 0;
     int mWaitingDeliveries = 0;
-    int mDeferred = 0;
 };
 
 }  // namespace aidl::vendor::orbo::hardware::voxa

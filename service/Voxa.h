@@ -70,7 +70,7 @@ class Voxa : public BnVoxa {
     static void onResourcesAvailable(unsigned long cookie);
 
     // Returns once the PAL calls deferred so far have been made; for tests.
-    void waitForDeferredCalls() { mWorker.waitUntilIdle(); }
+    void waitForDeferredCalls() { mWorker.waitForPosted(); }
 
     // The handle the next initSession draws; for tests of the counter's wrap-around.
     void setNextHandle(int32_t handle) { mNextHandle = handle; }

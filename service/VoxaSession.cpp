@@ -91,6 +91,7 @@ int VoxaSession::loadModel(const VoxaModel& model,
     const std::string text = model.toString();
     std::vector<uint8_t> payload;
     AidlToPalConverter::convertModel(model, payload);
+    awaitDeferredCalls();
     ScopedLock<SessionLock> lock(mLock);
     ALOGI("%s: Enter handle %d, model %s", __func__, mHandle, text.c_str());
     mModel = model.vendorUuid.substr(0, 64) + " (" + std::to_string(model.dataSize) + " bytes)";
@@ -136,6 +137,7 @@ int VoxaSession::openAndSendModelL(const std::vector<uint8_t>& model) {
 
 int VoxaSession::start(const VoxaConfig& config) {
     const std::string text = config.toString();
+    awaitDeferredCalls();
     ScopedLock<SessionLock> lock(mLock);
     ALOGI("%s: Enter, handle %d, config %s", __func__, mHandle, text.c_str());
     if (!streamOpenL()) return refuseClosedL(__func__);
@@ -198,6 +200,7 @@ int VoxaSession::stopL() {
 
 int VoxaSession::stop() {
     ALOGI("%s: Enter, handle %d", __func__, mHandle);
+    awaitDeferredCalls();
     ScopedLock<SessionLock> lock(mLock);
     int status;
     if (!streamOpenL()) {
@@ -218,6 +221,7 @@ int VoxaSession::stop() {
 
 int VoxaSession::setParameter(const VoxaParameter& parameter) {
     const std::string text = describe(parameter);
+    awaitDeferredCalls();
     ScopedLock<SessionLock> lock(mLock);
     ALOGI("%s: Enter, handle %d, parameters %s", __func__, mHandle, text.c_str());
 
@@ -273,6 +277,7 @@ int VoxaSession::sendParameterL(uint32_t paramId, const std::vector<uint8_t>& pa
 }
 
 int VoxaSession::close() {
+    awaitDeferredCalls();
     ScopedLock<SessionLock> lock(mLock);
     ALOGI("%s: Enter, handle %d", __func__, mHandle);
     int status;
@@ -318,14 +323,16 @@ bool VoxaSession::streamOpenL() const {
 
 int VoxaSession::deferL(const char* operation, std::function<int(VoxaSession&)> palCalls) {
     ALOGI("%s: PAL calls deferred to the worker, handle %d", operation, mHandle);
-    mLock.beginDeferred();
     mWorker.post([self = shared_from_this(), operation, palCalls = std::move(palCalls)] {
         int status = palCalls(*self);
         ALOGI("%s: deferred PAL calls done, handle %d, status = %d", operation, self->mHandle,
               status);
-        self->mLock.endDeferred();
     });
     return 0;
+}
+
+void VoxaSession::awaitDeferredCalls() {
+    if (!SessionLock::insidePalCallback()) mWorker.waitForPosted();
 }
 
 int VoxaSession::refuseClosedL(const char* operation) {

@@ -37,7 +37,7 @@ namespace aidl::vendor::orbo::hardware::voxa {
 // they check what can be checked at once, end listening at once where they stop the stream, and
 // hand their PAL calls to the PAL worker, which makes them in order, logs their outcome and
 // reports "%s: deferred PAL calls done, handle %d, status = %d". Such a call returns 0 unless it
-// is refused at once. Operations from other threads wait for the session's deferred calls first.
+// is refused at once. Operations from other threads wait for the calls deferred before them.
 //
 // Lifetime: the service owns sessions through std::shared_ptr; a delivery and a deferred call hold
 // a reference for as long as they run, so a client that releases the session from inside its
@@ -97,6 +97,10 @@ class VoxaSession : public std::enable_shared_from_this<VoxaSession> {
     int closeStreamL(bool stopFirst) REQUIRES(mLock);
     // Whether the stream is open, or will be once the deferred calls asked for so far have run.
     bool streamOpenL() const REQUIRES(mLock);
+    // Outside a PAL callback, waits until the PAL calls deferred so far, of any session, have been
+    // made: a client that released a session from its callback and then starts another finds
+    // the engine free, as it would have without the deferral.
+    void awaitDeferredCalls() EXCLUDES(mLock);
     // Hands `palCalls` to the worker, which runs them with the lock held; returns 0.
     int deferL(const char* operation, std::function<int(VoxaSession&)> palCalls) REQUIRES(mLock);
     // Logs that `operation` found no open stream; returns -EINVAL.

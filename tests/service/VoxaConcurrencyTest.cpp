@@ -26,93 +26,10 @@ class VoxaConcurrencyTest : public ServiceTest {
     StrictPal mStrictPal;
 };
 
-// A client calls each operation from inside its callbacks (an event of its session, and the
-// resources-available notification), on its own session and on another: each returns what it
-// would return outside a callback, none calls the PAL on the callback's thread, and once a stop or
-// release of a session has returned, no event reaches that session's client.
-TEST_F(VoxaConcurrencyTest, EveryOperationWorksFromInsideACallback) {
-    struct Case {
-        const char* name;
-        std::function<ndk::ScopedAStatus(Voxa& voxa, int32_t session)> call;
-        bool endsListening;
-    };
-    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
-    auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    VoxaParameter force;
-    force.param = ParameterType::FORCE_OUTPUT_EVENT;
-    const std::vector<Case> cases = {
-            {"stopListening", [](Voxa& v, int32_t s) { return v.stopListening(s); }, true},
-            {"releaseSession", [](Voxa& v, int32_t s) { return v.releaseSession(s); }, true},
-            {"setParameter", [&](Voxa& v, int32_t s) { return v.setParameter(s, force); }, false},
-            {"startListening",
-             [](Voxa& v, int32_t s) { return v.startListening(s, englishConfig()); }, false},
-            {"initSession",
-             [&](Voxa& v, int32_t) {
-                 int32_t handle;
-                 return v.initSession(testModel(), client, &handle);
-             },
-             false},
-            {"registerGlobalCallback",
-             [&](Voxa& v, int32_t) { return v.registerGlobalCallback(global); }, false},
-            {"getSupportedLanguages",
-             [](Voxa& v, int32_t s) {
-                 std::vector<std::string> languages;
-                 return v.getSupportedLanguages(s, &languages);
-             },
-             false},
-    };
-    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
-
-    for (const Case& operation : cases) {
-        for (bool ownSession : {true, false}) {
-            for (bool fromResources : {false, true}) {
-                SCOPED_TRACE(std::string(operation.name) + (ownSession ? " own" : " other") +
-                             (fromResources ? " from onResourcesAvailable" : " from onAsrEvent"));
-                auto caller = ndk::SharedRefBase::make<RecordingCallback>();
-                int32_t callerHandle = openSession(caller);
-                pal_stream_handle* callerStream = lastStream();
-                int32_t otherHandle = openSession(client);
-                pal_stream_handle* otherStream = lastStream();
-                ASSERT_TRUE(mVoxa->startListening(callerHandle, englishConfig()).isOk());
-                ASSERT_TRUE(mVoxa->startListening(otherHandle, englishConfig()).isOk());
-                const int32_t target = ownSession ? callerHandle : otherHandle;
-
-                std::optional<int32_t> nested;
-                auto callIn = [&] {
-                    if (!nested) nested = serviceError(operation.call(service(), target));
-                };
-                if (fromResources) {
-                    global->onCall(callIn);
-                    ASSERT_TRUE(pal().notifyResourcesAvailable());
-                    global->onCall(nullptr);
-                } else {
-                    caller->onCall(callIn);
-                    ASSERT_EQ(0, pal().raiseEvent(callerStream, 0, asrPayload("first")));
-                }
-                EXPECT_EQ(std::optional<int32_t>(0), nested);
-
-                pal_stream_handle* targetStream = ownSession ? callerStream : otherStream;
-                auto& targetClient = ownSession ? caller : client;
-                size_t before = targetClient->deliveries().size();
-                pal().raiseEvent(targetStream, 0, asrPayload("second"));
-                EXPECT_EQ(before + (operation.endsListening ? 0 : 1),
-                          targetClient->deliveries().size());
-
-                mVoxa->releaseSession(callerHandle);
-                mVoxa->releaseSession(otherHandle);
-            }
-        }
-    }
-    // Sessions opened from inside callbacks are released with the client's death.
-    binder_host::killProcessOf(global->asBinder().get());
-    service().waitForDeferredCalls();
-    EXPECT_THAT(pal().openStreams(), IsEmpty());
-    expectNoPalCallOnAnEventThread();
-}
-
-// What a call made from inside a callback returns and logs on the callback's thread, and what the
-// worker logs when the PAL's own result arrives. The session ({h}) listens; the callback is its
-// own first event's; {n} is the handle an initSession draws.
+// What a call made from inside a callback (of the session's own event, or of a resources
+// notification) returns and logs on the callback's thread, and what the worker logs when the PAL's
+// own result arrives; no PAL call is made on the callback's thread. The session ({h}) listens; {n}
+// is the handle an initSession draws.
 TEST_F(VoxaConcurrencyTest, DeferredCallsReturnAtOnceAndLogThePalResultLater) {
     struct Case {
         const char* name;
@@ -209,60 +126,74 @@ TEST_F(VoxaConcurrencyTest, DeferredCallsReturnAtOnceAndLogThePalResultLater) {
               "I registerGlobalCallback: deferred PAL calls done, status -5"}},
     };
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    int32_t failedInit = -1;
-    for (const Case& operation : cases) {
-        SCOPED_TRACE(operation.name);
-        const int32_t handle = openSession(client);
-        ASSERT_TRUE(mVoxa->startListening(handle, englishConfig()).isOk());
-        pal().queueResults(operation.palResult.first, {operation.palResult.second});
-        std::optional<int32_t> nested;
-        client->onCall([&] {
-            if (!nested) nested = serviceError(operation.call(*mVoxa, handle));
-        });
-        mLog.clear();
-        ASSERT_EQ(0, pal().raiseEvent(lastStream(), 0, asrPayload("first")));
-        service().waitForDeferredCalls();
-        client->onCall(nullptr);
-        EXPECT_EQ(std::optional<int32_t>(operation.error), nested);
-
-        auto expand = [&](std::vector<std::string> lines) {
-            for (std::string& line : lines) {
-                for (const auto& [name, value] :
-                     {std::pair<std::string, std::string>("{h}", std::to_string(handle)),
-                      {"{n}", std::to_string(handle + 1)},
-                      {"{model}", testModel().toString()},
-                      {"{config}", englishConfig().toString()}}) {
-                    for (size_t at; (at = line.find(name)) != std::string::npos;) {
-                        line.replace(at, name.size(), value);
-                    }
+    // The lines with {h}, {n}, {model} and {config} written out.
+    auto expand = [](std::vector<std::string> lines, int32_t handle) {
+        std::vector<voxa_test::LogLine> parsed;
+        for (std::string& line : lines) {
+            for (const auto& [name, value] :
+                 {std::pair<std::string, std::string>("{h}", std::to_string(handle)),
+                  {"{n}", std::to_string(handle + 1)},
+                  {"{model}", testModel().toString()},
+                  {"{config}", englishConfig().toString()}}) {
+                for (size_t at; (at = line.find(name)) != std::string::npos;) {
+                    line.replace(at, name.size(), value);
                 }
             }
-            std::vector<voxa_test::LogLine> parsed;
-            for (const std::string& line : lines) {
-                parsed.push_back(voxa_test::Lines({line})[0]);
+            parsed.push_back(voxa_test::Lines({line})[0]);
+        }
+        return parsed;
+    };
+    // The session is freed by whichever thread drops it last.
+    auto withoutDestruction = [](std::vector<voxa_test::LogLine> lines) {
+        lines.erase(std::remove_if(lines.begin(), lines.end(),
+                                   [](const voxa_test::LogLine& line) {
+                                       return line.message.rfind("~VoxaSession", 0) == 0;
+                                   }),
+                    lines.end());
+        return lines;
+    };
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
+    std::vector<int32_t> failedInits;
+    for (bool fromResources : {false, true}) {
+        for (const Case& operation : cases) {
+            SCOPED_TRACE(std::string(operation.name) +
+                         (fromResources ? " from onResourcesAvailable" : " from onAsrEvent"));
+            const int32_t handle = openSession(client);
+            ASSERT_TRUE(mVoxa->startListening(handle, englishConfig()).isOk());
+            pal().queueResults(operation.palResult.first, {operation.palResult.second});
+            std::optional<int32_t> nested;
+            auto callIn = [&] {
+                if (!nested) nested = serviceError(operation.call(*mVoxa, handle));
+            };
+            mLog.clear();
+            std::vector<voxa_test::LogLine> onCallback = expand(operation.onCallback, handle);
+            if (fromResources) {
+                global->onCall(callIn);
+                ASSERT_TRUE(pal().notifyResourcesAvailable());
+                global->onCall(nullptr);
+                onCallback.push_back(Info("onResourcesAvailable: Exit"));
+            } else {
+                client->onCall(callIn);
+                ASSERT_EQ(0, pal().raiseEvent(lastStream(), 0, asrPayload("first")));
+                client->onCall(nullptr);
+                const std::string h = std::to_string(handle);
+                onCallback.insert(onCallback.begin(),
+                                  Info("onEventCallback:[" + h + "] send asr event"));
+                onCallback.push_back(Info("onEventCallback: Exit, handle " + h));
             }
-            return parsed;
-        };
-        // The session is freed by whichever thread drops it last.
-        auto withoutDestruction = [](std::vector<voxa_test::LogLine> lines) {
-            lines.erase(std::remove_if(lines.begin(), lines.end(),
-                                       [](const voxa_test::LogLine& line) {
-                                           return line.message.rfind("~VoxaSession", 0) == 0;
-                                       }),
-                        lines.end());
-            return lines;
-        };
-        std::vector<voxa_test::LogLine> onCallback = expand(operation.onCallback);
-        onCallback.insert(onCallback.begin(),
-                          Info("onEventCallback:[" + std::to_string(handle) + "] send asr event"));
-        onCallback.push_back(Info("onEventCallback: Exit, handle " + std::to_string(handle)));
-        EXPECT_EQ(onCallback, withoutDestruction(mLog.lines(pal().eventThread())));
-        EXPECT_EQ(expand(operation.onWorker),
-                  withoutDestruction(mLog.lines(pal().eventThread(), false)));
-        if (operation.palResult.first == Function::StreamOpen) failedInit = handle + 1;
-        mVoxa->releaseSession(handle);
+            service().waitForDeferredCalls();
+            EXPECT_EQ(std::optional<int32_t>(operation.error), nested);
+            EXPECT_EQ(onCallback, withoutDestruction(mLog.lines(pal().eventThread())));
+            EXPECT_EQ(expand(operation.onWorker, handle),
+                      withoutDestruction(mLog.lines(pal().eventThread(), false)));
+            if (operation.palResult.first == Function::StreamOpen)
+                failedInits.push_back(handle + 1);
+            mVoxa->releaseSession(handle);
+        }
     }
-    EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(failedInit)));
+    for (int32_t failedInit : failedInits) {
+        EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(failedInit)));
+    }
     expectNoPalCallOnAnEventThread();
 }
 
