@@ -13,8 +13,8 @@ export ASAN_OPTIONS := detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS := print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS := halt_on_error=1:second_deadlock_stack=1
 
-.PHONY: all deps demo test test-asan test-tsan test-thread-safety test-fuzz test-bench fuzz fuzz-build \
-	stress bench bench-build format lint
+.PHONY: all deps demo test test-asan test-tsan test-thread-safety test-fuzz test-bench fuzz \
+	fuzz-build stress bench bench-build format check-headers lint
 
 all: demo
 
@@ -27,7 +27,7 @@ demo: deps
 	cmake --build $(BUILD_DIR)/release --target voxa libvoxa
 	$(BUILD_DIR)/release/tools/voxa transcribe --timestamps
 
-test: deps test-thread-safety test-asan test-tsan test-fuzz test-bench
+test: deps check-headers test-thread-safety test-asan test-tsan test-fuzz test-bench
 
 # cmake's configure step for a build directory with sanitizer flags: $(call configure,DIR,FLAGS,...)
 configure = cmake -S . -B $(BUILD_DIR)/$(1) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug \
@@ -102,9 +102,13 @@ test-bench: bench-build
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
 
+# Every header opens with a comment that says what it is for and guards itself with #ifndef.
+check-headers:
+	scripts/check-headers
+
 # clang-tidy with .clang-tidy over the library, the host platform and the tools; the interface's
 # generated headers are built first.
-lint: deps
+lint: deps check-headers
 	cmake -S . -B $(BUILD_DIR)/lint $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DVOXA_BUILD_TESTS=OFF
 	cmake --build $(BUILD_DIR)/lint --target vendor.orbo.hardware.voxa-V3-ndk
 	run-clang-tidy -quiet -j $$(nproc) -p $(BUILD_DIR)/lint '$(CURDIR)/(service|host|tools)/'

@@ -1,4 +1,6 @@
-#pragma once
+// AidlToPalConverter: the model and configuration payloads the PAL takes, and the language tables.
+#ifndef VOXA_SERVICE_AIDL_TO_PAL_CONVERTER_H
+#define VOXA_SERVICE_AIDL_TO_PAL_CONVERTER_H
 
 #include <aidl/vendor/orbo/hardware/voxa/VoxaConfig.h>
 #include <aidl/vendor/orbo/hardware/voxa/VoxaModel.h>
@@ -78,3 +80,5 @@ class AidlToPalConverter {
 };
 
 }  // namespace aidl::vendor::orbo::hardware::voxa
+
+#endif  // VOXA_SERVICE_AIDL_TO_PAL_CONVERTER_H

@@ -1,4 +1,6 @@
-#pragma once
+// The service's mutex and scoped lock, with the attributes of clang's thread-safety analysis.
+#ifndef VOXA_SERVICE_MUTEX_H
+#define VOXA_SERVICE_MUTEX_H
 
 #include <mutex>
 
@@ -49,3 +51,5 @@ class SCOPED_CAPABILITY ScopedLock {
 };
 
 }  // namespace aidl::vendor::orbo::hardware::voxa
+
+#endif  // VOXA_SERVICE_MUTEX_H

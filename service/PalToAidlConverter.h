@@ -1,4 +1,6 @@
-#pragma once
+// PalToAidlConverter: the PAL's event payloads decoded into the interface's event records.
+#ifndef VOXA_SERVICE_PAL_TO_AIDL_CONVERTER_H
+#define VOXA_SERVICE_PAL_TO_AIDL_CONVERTER_H
 
 #include <aidl/vendor/orbo/hardware/voxa/SpeakerDiarizationEvent.h>
 #include <aidl/vendor/orbo/hardware/voxa/VoxaEvent.h>
@@ -27,3 +29,5 @@ class PalToAidlConverter {
 };
 
 }  // namespace aidl::vendor::orbo::hardware::voxa
+
+#endif  // VOXA_SERVICE_PAL_TO_AIDL_CONVERTER_H

@@ -1,4 +1,6 @@
-#pragma once
+// PalWorker: the thread that makes the PAL calls of operations called from PAL callbacks.
+#ifndef VOXA_SERVICE_PAL_WORKER_H
+#define VOXA_SERVICE_PAL_WORKER_H
 
 #include <condition_variable>
 #include <cstdint>
@@ -52,3 +54,5 @@ class PalWorker {
 };
 
 }  // namespace aidl::vendor::orbo::hardware::voxa
+
+#endif  // VOXA_SERVICE_PAL_WORKER_H

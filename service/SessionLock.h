@@ -1,4 +1,7 @@
-#pragma once
+// SessionLock: the lock of one recognition session, and what its operations and deliveries wait
+// for.
+#ifndef VOXA_SERVICE_SESSION_LOCK_H
+#define VOXA_SERVICE_SESSION_LOCK_H
 
 #include <condition_variable>
 #include <mutex>
@@ -130,3 +133,5 @@ class CAPABILITY("mutex") SessionLock {
 };
 
 }  // namespace aidl::vendor::orbo::hardware::voxa
+
+#endif  // VOXA_SERVICE_SESSION_LOCK_H

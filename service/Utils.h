@@ -1,4 +1,6 @@
-#pragma once
+// Utils: the service's statuses, their binder statuses, and UUID text parsing.
+#ifndef VOXA_SERVICE_UTILS_H
+#define VOXA_SERVICE_UTILS_H
 
 #include <android/binder_auto_utils.h>
 #include <pal/pal_types.h>
@@ -33,3 +35,5 @@ class Utils {
 };
 
 }  // namespace aidl::vendor::orbo::hardware::voxa
+
+#endif  // VOXA_SERVICE_UTILS_H

@@ -1,4 +1,6 @@
-#pragma once
+// Voxa: the service object, its session table and the IVoxa entry points.
+#ifndef VOXA_SERVICE_VOXA_H
+#define VOXA_SERVICE_VOXA_H
 
 #include <aidl/vendor/orbo/hardware/voxa/BnVoxa.h>
 #include <aidl/vendor/orbo/hardware/voxa/IVoxaGlobalCallback.h>
@@ -122,3 +124,5 @@ class Voxa : public BnVoxa {
 void clientDiedCallback(void* cookie);
 
 }  // namespace aidl::vendor::orbo::hardware::voxa
+
+#endif  // VOXA_SERVICE_VOXA_H

@@ -1,4 +1,6 @@
-#pragma once
+// VoxaSession: one recognition session on one PAL capture stream.
+#ifndef VOXA_SERVICE_VOXA_SESSION_H
+#define VOXA_SERVICE_VOXA_SESSION_H
 
 #include <aidl/vendor/orbo/hardware/voxa/IVoxaCallback.h>
 #include <aidl/vendor/orbo/hardware/voxa/VoxaConfig.h>
@@ -134,3 +136,5 @@ class VoxaSession : public std::enable_shared_from_this<VoxaSession> {
 };
 
 }  // namespace aidl::vendor::orbo::hardware::voxa
+
+#endif  // VOXA_SERVICE_VOXA_SESSION_H

@@ -1,4 +1,7 @@
-#pragma once
+// What the service's tests share: event payloads, records, the fake PAL fixture and a fresh
+// service.
+#ifndef VOXA_TEST_SERVICE_TEST_SUPPORT_H
+#define VOXA_TEST_SERVICE_TEST_SUPPORT_H
 
 #include <android/binder_manager.h>
 #include <binder_host/test_controls.h>
@@ -141,3 +144,5 @@ inline int32_t serviceError(const ndk::ScopedAStatus& status) {
 }
 
 }  // namespace aidl::vendor::orbo::hardware::voxa
+
+#endif  // VOXA_TEST_SERVICE_TEST_SUPPORT_H

@@ -1,4 +1,6 @@
-#pragma once
+// Byte buffers written by offset, and whole files, for tests.
+#ifndef VOXA_TEST_BYTES_H
+#define VOXA_TEST_BYTES_H
 
 #include <cstdint>
 #include <cstring>
@@ -61,3 +63,5 @@ inline std::string readFile(const std::string& path) {
 }
 
 }  // namespace voxa_test
+
+#endif  // VOXA_TEST_BYTES_H

@@ -1,4 +1,6 @@
-#pragma once
+// LogCapture: the lines written through liblog, for tests of what the service logs.
+#ifndef VOXA_TEST_LOG_CAPTURE_H
+#define VOXA_TEST_LOG_CAPTURE_H
 
 #include <android/log.h>
 
@@ -59,3 +61,5 @@ class LogCapture {
 };
 
 }  // namespace voxa_test
+
+#endif  // VOXA_TEST_LOG_CAPTURE_H

@@ -1,4 +1,6 @@
-#pragma once
+// Client callbacks that record what the service delivers, for tests.
+#ifndef VOXA_TEST_RECORDING_CALLBACK_H
+#define VOXA_TEST_RECORDING_CALLBACK_H
 
 #include <aidl/vendor/orbo/hardware/voxa/BnVoxaCallback.h>
 #include <aidl/vendor/orbo/hardware/voxa/BnVoxaGlobalCallback.h>
@@ -121,3 +123,5 @@ class CountingGlobalCallback : public BnVoxaGlobalCallback {
 };
 
 }  // namespace voxa_test
+
+#endif  // VOXA_TEST_RECORDING_CALLBACK_H
