@@ -389,9 +389,11 @@ TEST_F(QueuedCallsTest, ClientDeathWaitsForEachSessionsQueuedCalls) {
 }
 
 // The service goes while deferred calls wait in the queue, a registration among them: the calls
-// run before it is gone, every stream closes once, and the PAL keeps no registration.
+// run before it is gone, every stream closes once, and the registration is withdrawn, so nothing
+// of the PAL's can reach the freed object.
 TEST_F(QueuedCallsTest, DestroyingTheServiceRunsTheQueuedCallsFirst) {
     auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
     std::unique_ptr<HeldWorker> held = holdWorker([&] { mVoxa->registerGlobalCallback(global); });
     std::thread destruction([&] {
         mVoxa.reset();
@@ -408,7 +410,9 @@ TEST_F(QueuedCallsTest, DestroyingTheServiceRunsTheQueuedCallsFirst) {
     EXPECT_THAT(calls[mStreams[2]],
                 ::testing::ElementsAre(F::StreamSetParam, F::StreamStop, F::StreamClose));
     EXPECT_THAT(pal().openStreams(), IsEmpty());
+    EXPECT_EQ(Bytes(16).vector(), pal().calls(Function::SetParam).back().payload);
     EXPECT_FALSE(pal().notifyResourcesAvailable());
+    EXPECT_EQ(fake_pal::kNotDelivered, pal().raiseEvent(mStreams[2], 0, asrPayload("late")));
 }
 
 // Whether the calling thread's last pal_stream_open began before the client's death did.

@@ -22,6 +22,7 @@ class VoxaSessionConcurrencyTest : public FakePalTest {
     std::shared_ptr<RecordingCallback> mClient = ndk::SharedRefBase::make<RecordingCallback>();
     std::shared_ptr<VoxaSession> mSession = std::make_shared<VoxaSession>(3, mClient, mWorker);
     pal_stream_handle* mStream = nullptr;
+    StrictPal mStrictPal;
 };
 
 TEST_F(VoxaSessionConcurrencyTest, EventWaitsForTheLockOfAListeningSession) {
@@ -46,7 +47,8 @@ TEST_F(VoxaSessionConcurrencyTest, EventWaitsForTheLockOfAListeningSession) {
 }
 
 // A stop or close ends the session's listening before it calls the PAL, so an event waiting for
-// the lock is dropped at once: a PAL whose stop or close waits for its callbacks never waits on it.
+// the lock is dropped at once: the strict PAL's stop and close, which wait for their callbacks,
+// never wait on it.
 TEST_F(VoxaSessionConcurrencyTest, EventRaisedWhileStoppingOrClosingIsDroppedAtOnce) {
     for (bool closing : {false, true}) {
         SCOPED_TRACE(closing ? "close" : "stop");

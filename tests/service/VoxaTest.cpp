@@ -456,27 +456,6 @@ TEST_F(VoxaTest, WrappedHandlesSkipLiveSessions) {
     EXPECT_EQ(live, client->deliveries()[0].handle);
 }
 
-// Dropping the service closes the streams it still has open and withdraws its resources-available
-// registration: nothing of the PAL's can reach the freed object.
-TEST_F(VoxaTest, DestroyingTheServiceClosesItsStreams) {
-    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
-    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
-    auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    ASSERT_TRUE(mVoxa->startListening(openSession(client), englishConfig()).isOk());
-    pal_stream_handle* stream = lastStream();
-    pal().clearCalls();
-
-    mVoxa.reset();
-    binder_host::clearServices();
-    EXPECT_THAT(pal().functions(),
-                ElementsAre(Function::SetParam, Function::StreamStop, Function::StreamClose));
-    EXPECT_EQ(Bytes(16).vector(), pal().calls()[0].payload);
-    EXPECT_EQ(stream, pal().calls()[2].stream);
-    EXPECT_FALSE(pal().notifyResourcesAvailable());
-    EXPECT_EQ(fake_pal::kNotDelivered, pal().raiseEvent(stream, 0, asrPayload("late")));
-    EXPECT_THAT(client->deliveries(), IsEmpty());
-}
-
 TEST_F(VoxaTest, WithoutAGlobalCallbackReleaseAndResourcesStillWork) {
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
     EXPECT_TRUE(mVoxa->releaseSession(openSession(client)).isOk());
