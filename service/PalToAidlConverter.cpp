@@ -7,9 +7,6 @@ namespace aidl::vendor::orbo::hardware::voxa {
 
 namespace {
 
-constexpr int32_t kStatusSuccess = 0;
-constexpr int32_t kStatusFailure = 2;
-
 template <size_t N>
 std::string textOf(const char (&field)[N]) {
     return std::string(field, strnlen(field, N));
@@ -31,7 +28,7 @@ const pal_sdz_speaker& speakerOf(const pal_sdz_result& result, uint32_t j) {
 
 void PalToAidlConverter::convertAsrEvent(pal_asr_event* event, VoxaEvent& out) {
     out.events.emplace();
-    out.status = event->status == 0 ? kStatusSuccess : kStatusFailure;
+    out.status = event->status == 0 ? kResultSucceeded : kResultFailed;
 
     // The count is read again for every result, as the payload defines it.
     for (uint32_t i = 0; i < event->num_events; ++i) {
@@ -48,7 +45,7 @@ void PalToAidlConverter::convertAsrEvent(pal_asr_event* event, VoxaEvent& out) {
 
 void PalToAidlConverter::convertAsrTimeStampEvent(pal_asr_ts_event* event, VoxaEvent& out) {
     out.timestamp_events.emplace();
-    out.status = event->status == 0 ? kStatusSuccess : kStatusFailure;
+    out.status = event->status == 0 ? kResultSucceeded : kResultFailed;
 
     for (uint32_t i = 0; i < event->num_events; ++i) {
         const pal_asr_ts_result& result = event->event[i];

@@ -15,8 +15,12 @@ namespace aidl::vendor::orbo::hardware::voxa {
 // their field, and a time-stamped result yields at most its PAL_ASR_MAX_WORDS word slots.
 class PalToAidlConverter {
   public:
-    // Sets out.status (0 for an engine success, else 2) and replaces out.events with one entry per
-    // result. out.timestamp_events is left as it is.
+    // What VoxaEvent.status says of the engine's result; not a PAL status.
+    static constexpr int32_t kResultSucceeded = 0;
+    static constexpr int32_t kResultFailed = 2;
+
+    // Sets out.status (kResultSucceeded when the engine reported success, else kResultFailed) and
+    // replaces out.events with one entry per result. out.timestamp_events is left as it is.
     static void convertAsrEvent(pal_asr_event* event, VoxaEvent& out);
 
     // Sets out.status and replaces out.timestamp_events with one entry per result. out.events is

@@ -12,7 +12,6 @@
 #include "Voxa.h"
 
 using aidl::vendor::orbo::hardware::voxa::IVoxa;
-using aidl::vendor::orbo::hardware::voxa::kStatusNotSupported;
 using aidl::vendor::orbo::hardware::voxa::Voxa;
 
 extern "C" int registerService() {
@@ -23,7 +22,7 @@ extern "C" int registerService() {
         voxa = ndk::SharedRefBase::make<Voxa>();
     } catch (const std::exception& e) {
         ALOGE("Voxa initialization failed: %s", e.what());
-        return kStatusNotSupported;
+        return PAL_STATUS_NOT_SUPPORTED;
     }
 
     const std::string instance = std::string(IVoxa::descriptor) + "/default";

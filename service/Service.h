@@ -1,7 +1,7 @@
 // The library's one entry point, called once by the host process: builds the service object and
 // publishes it with the service manager as "vendor.orbo.hardware.voxa.IVoxa/default".
-// Returns 0, the service manager's status when it refuses the registration, or -38 when the
-// service object could not be built.
+// Returns 0, the service manager's status when it refuses the registration, or
+// PAL_STATUS_NOT_SUPPORTED (-38) when the service object could not be built.
 #ifndef VOXA_SERVICE_SERVICE_H
 #define VOXA_SERVICE_SERVICE_H
 

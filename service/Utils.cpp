@@ -16,11 +16,11 @@ ndk::ScopedAStatus serviceError(ServiceError error) {
 
 int Utils::convertToServiceError(int status) {
     switch (status) {
-        case kStatusNotSupported:
+        case PAL_STATUS_NOT_SUPPORTED:
             return static_cast<int>(ServiceError::OPERATION_NOT_SUPPORTED);
-        case kStatusInvalid:
+        case PAL_STATUS_INVALID:
             return static_cast<int>(ServiceError::INVALID);
-        case kStatusBusy:
+        case PAL_STATUS_BUSY:
             return static_cast<int>(ServiceError::RESOURCE_CONTENTION);
         default:
             return static_cast<int>(ServiceError::FAILURE);
@@ -31,11 +31,11 @@ ndk::ScopedAStatus Utils::convertToAidlStatus(int status) {
     switch (status) {
         case 0:
             return ndk::ScopedAStatus(AStatus_newOk());
-        case kStatusBusy:
+        case PAL_STATUS_BUSY:
             return serviceError(ServiceError::RESOURCE_CONTENTION);
-        case kStatusNotSupported:
+        case PAL_STATUS_NOT_SUPPORTED:
             return serviceError(ServiceError::OPERATION_NOT_SUPPORTED);
-        case kStatusInvalid:
+        case PAL_STATUS_INVALID:
             return serviceError(ServiceError::INVALID);
         default:
             return serviceError(ServiceError::FAILURE);
@@ -43,11 +43,11 @@ ndk::ScopedAStatus Utils::convertToAidlStatus(int status) {
 }
 
 int Utils::convertStringtoUuid(const std::string& text, st_uuid* uuid) {
-    unsigned int fields[10] = {};
+    unsigned int fields[kUuidFields] = {};
     int converted = sscanf(text.c_str(), "%08x-%04x-%04x-%04x-%02x%02x%02x%02x%02x%02x", &fields[0],
                            &fields[1], &fields[2], &fields[3], &fields[4], &fields[5], &fields[6],
                            &fields[7], &fields[8], &fields[9]);
-    if (converted < 10) return converted;
+    if (converted < kUuidFields) return converted;
 
     uuid->time_low = fields[0];
     uuid->time_mid = static_cast<uint16_t>(fields[1]);

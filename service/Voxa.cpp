@@ -91,7 +91,7 @@ ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
     if (callback == nullptr) {
         dropReservation(newHandle);
         ALOGE("%s: null callback for handle %d", __func__, newHandle);
-        return Utils::convertToAidlStatus(kStatusInvalid);
+        return Utils::convertToAidlStatus(PAL_STATUS_INVALID);
     }
 
     auto session = std::make_shared<VoxaSession>(newHandle, callback, mWorker);
@@ -130,7 +130,7 @@ ndk::ScopedAStatus Voxa::initSession(const VoxaModel& model,
 ndk::ScopedAStatus Voxa::releaseSession(int32_t handle) {
     ALOGI("%s: Enter handle %d", __func__, handle);
     std::shared_ptr<VoxaSession> session = getSessionFor(__func__, handle);
-    if (session == nullptr) return Utils::convertToAidlStatus(kStatusInvalid);
+    if (session == nullptr) return Utils::convertToAidlStatus(PAL_STATUS_INVALID);
 
     int status = session->close();
     if (status != 0) {
@@ -147,7 +147,7 @@ ndk::ScopedAStatus Voxa::releaseSession(int32_t handle) {
 ndk::ScopedAStatus Voxa::startListening(int32_t handle, const VoxaConfig& config) {
     ALOGI("%s: Enter handle %d", __func__, handle);
     std::shared_ptr<VoxaSession> session = getSessionFor(__func__, handle);
-    if (session == nullptr) return Utils::convertToAidlStatus(kStatusInvalid);
+    if (session == nullptr) return Utils::convertToAidlStatus(PAL_STATUS_INVALID);
 
     int status = session->start(config);
     if (status != 0) {
@@ -162,7 +162,7 @@ ndk::ScopedAStatus Voxa::startListening(int32_t handle, const VoxaConfig& config
 ndk::ScopedAStatus Voxa::stopListening(int32_t handle) {
     ALOGI("%s: Enter handle %d", __func__, handle);
     std::shared_ptr<VoxaSession> session = getSessionFor(__func__, handle);
-    if (session == nullptr) return Utils::convertToAidlStatus(kStatusInvalid);
+    if (session == nullptr) return Utils::convertToAidlStatus(PAL_STATUS_INVALID);
 
     int status = session->stop();
     if (status != 0) {
@@ -176,7 +176,7 @@ ndk::ScopedAStatus Voxa::stopListening(int32_t handle) {
 ndk::ScopedAStatus Voxa::setParameter(int32_t handle, const VoxaParameter& param) {
     ALOGI("%s: Enter handle %d", __func__, handle);
     std::shared_ptr<VoxaSession> session = getSessionFor(__func__, handle);
-    if (session == nullptr) return Utils::convertToAidlStatus(kStatusInvalid);
+    if (session == nullptr) return Utils::convertToAidlStatus(PAL_STATUS_INVALID);
 
     int status = session->setParameter(param);
     if (status != 0) {
@@ -199,8 +199,8 @@ ndk::ScopedAStatus Voxa::registerGlobalCallback(
     // See initSession: only a caller in the same process can pass a null callback.
     if (callback == nullptr) {
         ALOGE("%s: null callback", __func__);
-        ALOGI("%s: Exit, status %d", __func__, kStatusInvalid);
-        return Utils::convertToAidlStatus(kStatusInvalid);
+        ALOGI("%s: Exit, status %d", __func__, PAL_STATUS_INVALID);
+        return Utils::convertToAidlStatus(PAL_STATUS_INVALID);
     }
 
     int status = 0;
@@ -230,7 +230,7 @@ ndk::ScopedAStatus Voxa::registerGlobalCallback(
         binder_status_t linkResult = STATUS_OK;
         if (mDeathRecipient.get() == nullptr) {
             ALOGE("%s: Unable to create death recepient", __func__);
-            status = kStatusInvalid;
+            status = PAL_STATUS_INVALID;
         } else if (ndk::SpAIBinder binder = callback->asBinder();
                    !watchClientL(binder.get(), &linkResult)) {
             ndk::ScopedAStatus linkStatus(AStatus_fromStatus(linkResult));

@@ -146,8 +146,8 @@ int VoxaSession::start(const VoxaConfig& config) {
     std::vector<uint8_t> payload;
     AidlToPalConverter::convertConfig(config, payload);
     if (payload.empty()) {
-        ALOGE("%s: Failed to parse config, status = %d", __func__, kStatusInvalid);
-        return kStatusInvalid;
+        ALOGE("%s: Failed to parse config, status = %d", __func__, PAL_STATUS_INVALID);
+        return PAL_STATUS_INVALID;
     }
     int status;
     if (!SessionLock::insidePalCallback()) {
@@ -235,14 +235,14 @@ int VoxaSession::setParameter(const VoxaParameter& parameter) {
             break;
         default:
             ALOGE("%s: Invalid param %d", __func__, static_cast<int32_t>(parameter.param));
-            return kStatusInvalid;
+            return PAL_STATUS_INVALID;
     }
 
     // The PAL sizes these parameters for kMaxParameterDataSize bytes; more would overrun it.
     if (parameter.data.size() > kMaxParameterDataSize) {
         ALOGE("%s: Invalid param data size %zu, at most %zu bytes", __func__, parameter.data.size(),
               kMaxParameterDataSize);
-        return kStatusInvalid;
+        return PAL_STATUS_INVALID;
     }
 
     // The count of data bytes, then the data.
@@ -337,7 +337,7 @@ void VoxaSession::awaitDeferredCalls() {
 
 int VoxaSession::refuseClosedL(const char* operation) {
     ALOGE("%s: stream closed, handle %d", operation, mHandle);
-    return kStatusInvalid;
+    return PAL_STATUS_INVALID;
 }
 
 void VoxaSession::setStateL(int32_t state) {
@@ -382,7 +382,7 @@ int32_t VoxaSession::palCallback(unsigned long* streamHandle, unsigned int event
     if (streamHandle == nullptr || eventData == nullptr) {
         ALOGE("%s: error, invalid handle/eventData id %d, size %d", __func__, eventId,
               eventDataSize);
-        return kStatusInvalid;
+        return PAL_STATUS_INVALID;
     }
     if (cookie == 0) return 0;
 

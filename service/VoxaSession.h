@@ -27,7 +27,7 @@ namespace aidl::vendor::orbo::hardware::voxa {
 // client's callback (palCallback).
 //
 // Every operation returns 0 or a negative errno-style status: the PAL's result passed through
-// unchanged, or -EINVAL where the session itself refuses the request.
+// unchanged, or PAL_STATUS_INVALID where the session itself refuses the request.
 //
 // Threads: binder threads call the operations, possibly several at once; the PAL's event threads
 // enter through palCallback. mLock serialises the operations and the start of each delivery, so
@@ -61,17 +61,17 @@ class VoxaSession : public std::enable_shared_from_this<VoxaSession> {
                   const std::function<void(int status)>& onDeferredFailure = nullptr)
             EXCLUDES(mLock);
     // Sends the configuration (parameter 78) and starts the stream; on success the session
-    // listens. -EINVAL when the configuration names an unknown language.
+    // listens. PAL_STATUS_INVALID when the configuration names an unknown language.
     int start(const VoxaConfig& config) EXCLUDES(mLock);
     // Stops the stream, listening or not. Afterwards the session no longer listens.
     int stop() EXCLUDES(mLock);
     // Sends FORCE_OUTPUT_EVENT as parameter 80 and CUSTOM_EXTRAS as 79, with at most
-    // kMaxParameterDataSize data bytes; -EINVAL for any other parameter or more data.
+    // kMaxParameterDataSize data bytes; PAL_STATUS_INVALID for any other parameter or more data.
     int setParameter(const VoxaParameter& parameter) EXCLUDES(mLock);
     // Stops a listening session, then closes the stream; returns the close result.
     int close() EXCLUDES(mLock);
     // start, stop, setParameter and close of a session whose stream is closed (or was never
-    // opened) return -EINVAL and call no PAL function.
+    // opened) return PAL_STATUS_INVALID and call no PAL function.
 
     // A report of the session for the service's dump: state, stream, model, last configuration,
     // events delivered and dropped per kind, last PAL error. Waits at most `patience` for the
@@ -105,7 +105,7 @@ class VoxaSession : public std::enable_shared_from_this<VoxaSession> {
     void awaitDeferredCalls() EXCLUDES(mLock);
     // Hands `palCalls` to the worker, which runs them with the lock held; returns 0.
     int deferL(const char* operation, std::function<int(VoxaSession&)> palCalls) REQUIRES(mLock);
-    // Logs that `operation` found no open stream; returns -EINVAL.
+    // Logs that `operation` found no open stream; returns PAL_STATUS_INVALID.
     int refuseClosedL(const char* operation) REQUIRES(mLock);
     void setStateL(int32_t state) REQUIRES(mLock);
     // Returns `status`; a failure is remembered for dump().

@@ -38,7 +38,8 @@ TEST(UtilsTest, InternalStatusesBecomeServiceErrorsNamedAfterTheirValue) {
 // last group allowed; an incomplete text leaves the record untouched.
 TEST(UtilsTest, ParsesUuidGroupsInTextOrder) {
     st_uuid uuid = {};
-    EXPECT_EQ(10, Utils::convertStringtoUuid("12345678-9abc-DEF0-1234-56789abcdef0 and", &uuid));
+    EXPECT_EQ(Utils::kUuidFields,
+              Utils::convertStringtoUuid("12345678-9abc-DEF0-1234-56789abcdef0 and", &uuid));
     EXPECT_EQ(0x12345678u, uuid.time_low);
     EXPECT_EQ(0x9abc, uuid.time_mid);
     EXPECT_EQ(0xdef0, uuid.time_hi_and_version);
@@ -46,7 +47,7 @@ TEST(UtilsTest, ParsesUuidGroupsInTextOrder) {
     const uint8_t node[6] = {0x56, 0x78, 0x9a, 0xbc, 0xde, 0xf0};
     EXPECT_EQ(0, std::memcmp(node, uuid.node, sizeof(node)));
 
-    EXPECT_EQ(10, Utils::convertStringtoUuid(" 1-2-3-4-050607080910", &uuid));
+    EXPECT_EQ(Utils::kUuidFields, Utils::convertStringtoUuid(" 1-2-3-4-050607080910", &uuid));
     EXPECT_EQ(1u, uuid.time_low);
     EXPECT_EQ(0x10, uuid.node[5]);
 

@@ -93,11 +93,11 @@ int32_t openSoundFile(const std::string& path, std::unique_ptr<AudioInput>* inpu
     SF_INFO info = {};
     SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
     if (file == nullptr) {
-        return -EIO;
+        return PAL_STATUS_IO;
     }
     if (info.channels < 1 || info.samplerate < 1) {
         sf_close(file);
-        return -EIO;
+        return PAL_STATUS_IO;
     }
     input->reset(new SoundFileInput(file, info));
     return 0;

@@ -4,6 +4,8 @@
 #ifndef PAL_ENGINE_AUDIO_INPUT_H
 #define PAL_ENGINE_AUDIO_INPUT_H
 
+#include <pal/pal_api.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -31,7 +33,7 @@ class AudioInput {
 };
 
 // Opens a sound file in any format that libsndfile decodes (WAV, FLAC, Ogg...). Returns 0, or
-// -EIO when the file cannot be opened or decoded.
+// PAL_STATUS_IO when the file cannot be opened or decoded.
 int32_t openSoundFile(const std::string& path, std::unique_ptr<AudioInput>* input);
 
 // Raw signed 16-bit little-endian PCM, `channels` interleaved at `rate` Hz, read from `fd` until

@@ -67,11 +67,11 @@ int32_t Engine::open(const pal_stream_attrs* attributes, uint32_t deviceCount,
     if (attributes == nullptr || !acceptedAttributes(*attributes) || deviceCount != 1 ||
         devices == nullptr || !acceptedDevice(devices[0]) || modifierCount != 0 ||
         callback == nullptr || handle == nullptr) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     std::lock_guard<std::mutex> lock(mLock);
     if (mStream != nullptr || mClosing) {
-        return -EBUSY;
+        return PAL_STATUS_BUSY;
     }
     mStream = std::make_shared<Stream>(callback, cookie, devices[0].config, mCache);
     *handle = mStream->handle();
@@ -80,13 +80,13 @@ int32_t Engine::open(const pal_stream_attrs* attributes, uint32_t deviceCount,
 
 int32_t Engine::setParam(pal_stream_handle* handle, uint32_t id, const pal_param_payload* payload) {
     std::shared_ptr<Stream> stream = find(handle);
-    return stream == nullptr ? -EINVAL : stream->setParam(id, payload);
+    return stream == nullptr ? PAL_STATUS_INVALID : stream->setParam(id, payload);
 }
 
 int32_t Engine::start(pal_stream_handle* handle) {
     std::shared_ptr<Stream> stream = find(handle);
     if (stream == nullptr) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     Source source;
     {
@@ -98,7 +98,7 @@ int32_t Engine::start(pal_stream_handle* handle) {
 
 int32_t Engine::stop(pal_stream_handle* handle) {
     std::shared_ptr<Stream> stream = find(handle);
-    return stream == nullptr ? -EINVAL : stream->stop();
+    return stream == nullptr ? PAL_STATUS_INVALID : stream->stop();
 }
 
 int32_t Engine::close(pal_stream_handle* handle) {
@@ -106,7 +106,7 @@ int32_t Engine::close(pal_stream_handle* handle) {
     {
         std::lock_guard<std::mutex> lock(mLock);
         if (handle == nullptr || mStream == nullptr || mStream->handle() != handle) {
-            return -EINVAL;
+            return PAL_STATUS_INVALID;
         }
         stream = std::move(mStream);
         mClosing = true;
@@ -145,7 +145,7 @@ void Engine::startNotifier() {
 int32_t Engine::setGlobalParam(uint32_t id, const void* payload, size_t size) {
     if (id != PAL_PARAM_ID_RESOURCES_AVAILABLE || payload == nullptr ||
         size != sizeof(pal_resources_available_param)) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     std::unique_lock<std::mutex> lock(mLock);
     // The function replaced may be running; once this returns it is not (unless it is the caller).
@@ -202,7 +202,7 @@ int32_t Engine::waitUntilDone(std::chrono::milliseconds timeout) {
 
 int32_t setFileSource(const std::vector<std::string>& paths, Pace pace) {
     if (paths.empty()) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     Source source;
     source.kind = Source::Kind::Files;
@@ -214,7 +214,7 @@ int32_t setFileSource(const std::vector<std::string>& paths, Pace pace) {
 
 int32_t setPcmSource(int fd, Pace pace) {
     if (fd < 0) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     Source source;
     source.kind = Source::Kind::Pcm;

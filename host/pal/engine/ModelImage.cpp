@@ -80,27 +80,27 @@ int32_t parseModelImage(const std::string& text, ModelImage* image) {
         }
         if (!versionSeen) {
             if (line != kFirstLine) {
-                return -EINVAL;
+                return PAL_STATUS_INVALID;
             }
             versionSeen = true;
             continue;
         }
         size_t blank = line.find_first_of(" \t");
         if (blank == std::string::npos) {
-            return -EINVAL;
+            return PAL_STATUS_INVALID;
         }
         std::string key = line.substr(0, blank);
         std::string value = trim(line.substr(blank));
         if (fields.count(key) == 0 || seen.count(key) != 0) {
-            return -EINVAL;
+            return PAL_STATUS_INVALID;
         }
         if (key != "language" && value[0] != '/') {
-            return -EINVAL;
+            return PAL_STATUS_INVALID;
         }
         seen[key] = value;
     }
     if (!versionSeen || seen.size() != fields.size()) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     for (const auto& [key, value] : seen) {
         *fields[key] = value;
@@ -110,7 +110,7 @@ int32_t parseModelImage(const std::string& text, ModelImage* image) {
 
 int32_t readModelImage(int fd, int32_t size, ModelImage* image) {
     if (fd < 0 || size <= 0 || size > kMaxModelImageSize) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     std::vector<char> bytes(size);
     bool seekable = lseek(fd, 0, SEEK_CUR) >= 0;
@@ -123,7 +123,7 @@ int32_t readModelImage(int fd, int32_t size, ModelImage* image) {
             continue;
         }
         if (n <= 0) {
-            return -EINVAL;
+            return PAL_STATUS_INVALID;
         }
         done += n;
     }

@@ -4,6 +4,8 @@
 #ifndef PAL_ENGINE_MODEL_IMAGE_H
 #define PAL_ENGINE_MODEL_IMAGE_H
 
+#include <pal/pal_api.h>
+
 #include <cstdint>
 #include <string>
 
@@ -19,13 +21,14 @@ struct ModelImage {
 // Largest image accepted, in bytes; a manifest is a few hundred.
 constexpr int32_t kMaxModelImageSize = 64 * 1024;
 
-// Parses the text of an image. Returns 0, or -EINVAL when it is not a complete, well-formed image
-// (missing or repeated key, unknown key, relative path, wrong first line).
+// Parses the text of an image. Returns 0, or PAL_STATUS_INVALID when it is not a complete,
+// well-formed image (missing or repeated key, unknown key, relative path, wrong first line).
 int32_t parseModelImage(const std::string& text, ModelImage* image);
 
 // Reads `size` bytes of an image from `fd` (from offset 0 when the descriptor can seek, leaving
 // its offset alone; else from where it stands) and parses them. The descriptor stays the
-// caller's. Returns 0, or -EINVAL for a bad descriptor or size, a short read or a bad image.
+// caller's. Returns 0, or PAL_STATUS_INVALID for a bad descriptor or size, a short read or a bad
+// image.
 int32_t readModelImage(int fd, int32_t size, ModelImage* image);
 
 // What tells one model apart from another: the image's language and paths, and the device, inode,

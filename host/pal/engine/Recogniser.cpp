@@ -53,19 +53,19 @@ int32_t Recogniser::create(const ModelImage& image, const std::string& identity,
                         image.languageModel.c_str(), "-dict", image.dictionary.c_str(),
                         "-vad_postspeech", silenceFrames.c_str(), nullptr);
     if (config == nullptr) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     ps_decoder_t* decoder = ps_init(config);
     if (decoder == nullptr) {
         cmd_ln_free_r(config);
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     std::unique_ptr<FrontEnd> frontEnd = FrontEnd::forModel(image.acousticModel);
     std::unique_ptr<Recogniser> made(
             new Recogniser(config, decoder, std::move(frontEnd), identity));
     if (made->mFrontEnd == nullptr || cmd_ln_int32_r(config, "-frate") != 1000 / kFrameMs ||
         made->loaded() != 0) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     *recogniser = std::move(made);
     return 0;
@@ -99,7 +99,7 @@ int32_t Recogniser::loaded() {
     }
     mDetector = fe_init_auto_r(mConfig);
     if (mDetector == nullptr) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     mDetectorFrames.resize(kDetectorFrames * static_cast<size_t>(fe_get_output_size(mDetector)));
     return 0;
@@ -111,7 +111,7 @@ int32_t Recogniser::prepare(int32_t silenceMs, bool search) {
         // early.
         cmd_ln_set_int32_r(mConfig, "-vad_postspeech", (silenceMs + kFrameMs - 1) / kFrameMs);
         if (ps_reinit(mDecoder, nullptr) < 0 || loaded() != 0) {
-            return -EINVAL;
+            return PAL_STATUS_INVALID;
         }
         mSilenceMs = silenceMs;
     }
@@ -125,20 +125,20 @@ int32_t Recogniser::prepare(int32_t silenceMs, bool search) {
     // every word of the dictionary, known to the model or not, in the search tree.
     ngram_model_t* set = ps_get_lm(mDecoder, kWholeSearch);
     if (set == nullptr || ngram_model_set_count(set) != 1) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     ngram_model_set_iter_t* first = ngram_model_set_iter(set);
     const char* name = nullptr;
     ngram_model_t* model = ngram_model_set_iter_model(first, &name);
     ngram_model_set_iter_free(first);
     if (model == nullptr) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     cmd_ln_set_boolean_r(mConfig, "-fwdflat", FALSE);
     const int status = ps_set_lm(mDecoder, kFirstPassSearch, model);
     cmd_ln_set_boolean_r(mConfig, "-fwdflat", TRUE);
     if (status < 0) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     mFirstPassSearch = true;
     return 0;

@@ -8,6 +8,8 @@
 #ifndef PAL_ENGINE_RECOGNISER_H
 #define PAL_ENGINE_RECOGNISER_H
 
+#include <pal/pal_api.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -47,7 +49,7 @@ struct Result {
 class Recogniser {
   public:
     // Loads the model that `image` names; `identity` is modelIdentity(image), taken before the
-    // files were read. Returns 0, or -EINVAL when it cannot be loaded.
+    // files were read. Returns 0, or PAL_STATUS_INVALID when it cannot be loaded.
     static int32_t create(const ModelImage& image, const std::string& identity,
                           std::unique_ptr<Recogniser>* recogniser);
     ~Recogniser();
@@ -60,7 +62,7 @@ class Recogniser {
     // Readies the recogniser for recordings in which `silenceMs` of silence end an utterance
     // and, with `search`, the first pass searches the audio: reloads the decoder when the
     // silence changes, and makes the first pass's search the first time one is wanted.
-    // Precondition: no recording in progress. Returns 0, or -EINVAL when either fails.
+    // Precondition: no recording in progress. Returns 0, or PAL_STATUS_INVALID when either fails.
     int32_t prepare(int32_t silenceMs, bool search);
 
     // Begins a recording as a newly loaded recogniser would: times restart at 0, the running
@@ -92,7 +94,7 @@ class Recogniser {
     Recogniser(cmd_ln_s* config, ps_decoder_s* decoder, std::unique_ptr<FrontEnd> frontEnd,
                std::string identity);
     // After the decoder was (re)loaded: notes its initial cepstral-mean state and makes the
-    // detector. Returns 0 or -EINVAL.
+    // detector. Returns 0 or PAL_STATUS_INVALID.
     int32_t loaded();
     // The words of the utterance just ended. Frames count from the start of the recording, or
     // with `relative` from `offsetMs` at the utterance's first frame.

@@ -10,7 +10,7 @@ int32_t RecogniserCache::take(const ModelImage& image, std::unique_ptr<Recognise
     // differ, so the model is loaded again rather than served stale.
     const std::string identity = modelIdentity(image);
     if (identity.empty()) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     std::unique_ptr<Recogniser> other;
     {

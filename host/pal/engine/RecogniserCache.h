@@ -4,6 +4,8 @@
 #ifndef PAL_ENGINE_RECOGNISER_CACHE_H
 #define PAL_ENGINE_RECOGNISER_CACHE_H
 
+#include <pal/pal_api.h>
+
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -24,7 +26,8 @@ class RecogniserCache {
   public:
     // A recogniser of `image`'s model: the one kept when it was loaded from the same files (see
     // modelIdentity), else a newly loaded one. Either starts each recording clean
-    // (Recogniser::beginRecording). Returns 0, or -EINVAL when the model cannot be loaded.
+    // (Recogniser::beginRecording). Returns 0, or PAL_STATUS_INVALID when the model cannot be
+    // loaded.
     int32_t take(const ModelImage& image, std::unique_ptr<Recogniser>* recogniser);
     // Keeps `recogniser`, idle, in place of the one kept so far (which is freed).
     void keep(std::unique_ptr<Recogniser> recogniser);

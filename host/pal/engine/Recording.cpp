@@ -47,7 +47,7 @@ std::unique_ptr<Translation> Recording::translate(const std::string& text) {
         int32_t status = mTranslator->translate(text, &translation->text, kTranslationTimeout);
         if (status != 0) {
             translation->text.clear();
-            translation->error = status == -ETIMEDOUT ? "timeout" : "failed";
+            translation->error = status == PAL_STATUS_TIMED_OUT ? "timeout" : "failed";
         }
     }
     return translation;

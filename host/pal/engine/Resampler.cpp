@@ -24,13 +24,13 @@ int16_t quantise(float sample) {
 
 int32_t Resampler::create(int rate, int channels, std::unique_ptr<Resampler>* resampler) {
     if (rate < kMinRate || rate > kMaxRate || channels < 1 || channels > kMaxChannels) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     soxr_error_t error = nullptr;
     soxr_quality_spec_t quality = soxr_quality_spec(SOXR_HQ, 0);
     soxr_t soxr = soxr_create(rate, kRecogniserRate, 1, &error, nullptr, &quality, nullptr);
     if (error != nullptr) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     resampler->reset(new Resampler(soxr, rate, channels));
     return 0;

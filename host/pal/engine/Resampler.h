@@ -3,6 +3,8 @@
 #ifndef PAL_ENGINE_RESAMPLER_H
 #define PAL_ENGINE_RESAMPLER_H
 
+#include <pal/pal_api.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -15,8 +17,8 @@ namespace pal_engine {
 // Not thread-safe.
 class Resampler {
   public:
-    // For input at `rate` Hz with `channels` interleaved channels. Returns 0, or -EINVAL for a rate
-    // or channel count that the resampler cannot take.
+    // For input at `rate` Hz with `channels` interleaved channels. Returns 0, or PAL_STATUS_INVALID
+    // for a rate or channel count that the resampler cannot take.
     static int32_t create(int rate, int channels, std::unique_ptr<Resampler>* resampler);
     ~Resampler();
     Resampler(const Resampler&) = delete;

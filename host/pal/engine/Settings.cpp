@@ -18,29 +18,29 @@ constexpr int32_t kMaxSilenceMs = 60 * 1000;
 
 int32_t parseSettings(const pal_param_payload* payload, Settings* settings) {
     if (payload == nullptr || payload->size < kConfigFixedSize) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     pal_asr_config config;
     std::memcpy(&config, payload, sizeof(config));
     if (config.data_size != payload->size - kConfigFixedSize) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     for (int32_t id : {config.input_language_id, config.output_language_id}) {
         if (id < 0 || id >= PAL_ASR_LANGUAGE_COUNT) {
-            return -EINVAL;
+            return PAL_STATUS_INVALID;
         }
     }
     if (config.threshold < 0 || config.threshold > 100 || config.timeout_duration < 0 ||
         config.silence_detection_duration < 0 ||
         config.silence_detection_duration > kMaxSilenceMs) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     const bool translate =
             config.enable_translation != 0 && config.output_language_id != kEnglishUs;
     if (config.input_language_id != kEnglishUs ||
         (config.output_language_id != kEnglishUs &&
          (!translate || Translator::target(config.output_language_id) == nullptr))) {
-        return -ENOSYS;
+        return PAL_STATUS_NOT_SUPPORTED;
     }
     settings->continuous = config.continuous != 0;
     settings->partial = config.partial != 0;

@@ -2,6 +2,7 @@
 #ifndef PAL_ENGINE_SETTINGS_H
 #define PAL_ENGINE_SETTINGS_H
 
+#include <pal/pal_api.h>
 #include <pal/pal_types.h>
 
 #include <cstdint>
@@ -21,9 +22,10 @@ struct Settings {
     int32_t silenceMs = kDefaultSilenceMs;
 };
 
-// Reads a configuration payload. Returns 0; -EINVAL for a malformed payload or a value out of
-// range; -ENOSYS for what the engine cannot do: an input language other than en-US (id 0), an
-// output language other than en-US that is not a translation the engine serves.
+// Reads a configuration payload. Returns 0; PAL_STATUS_INVALID for a malformed payload or a value
+// out of range; PAL_STATUS_NOT_SUPPORTED for what the engine cannot do: an input language other
+// than en-US (id 0), an output language other than en-US that is not a translation the engine
+// serves.
 int32_t parseSettings(const pal_param_payload* payload, Settings* settings);
 
 }  // namespace pal_engine

@@ -30,18 +30,18 @@ Stream::~Stream() = default;
 
 int32_t Stream::setParam(uint32_t id, const pal_param_payload* payload) {
     if (payload == nullptr) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     std::lock_guard<std::mutex> lock(mLock);
     switch (id) {
         case PAL_PARAM_ID_ASR_MODEL: {
             if (mStarted || mRunning || payload->size < kModelFixedSize) {
-                return -EINVAL;
+                return PAL_STATUS_INVALID;
             }
             pal_asr_model model;
             std::memcpy(&model, payload, sizeof(model));
             if (!sameUuid(model.vendor_uuid, kEngineUuidRecord)) {
-                return -EINVAL;
+                return PAL_STATUS_INVALID;
             }
             ModelImage image;
             int32_t status = readModelImage(model.model_fd, model.model_size, &image);
@@ -49,7 +49,7 @@ int32_t Stream::setParam(uint32_t id, const pal_param_payload* payload) {
                 return status;
             }
             if (image.language != "en-US") {
-                return -EINVAL;
+                return PAL_STATUS_INVALID;
             }
             if (mRecogniser != nullptr && mRecogniser->identity() == modelIdentity(image)) {
                 return 0;  // the same model again; each start begins clean anyway
@@ -66,7 +66,7 @@ int32_t Stream::setParam(uint32_t id, const pal_param_payload* payload) {
         }
         case PAL_PARAM_ID_ASR_CONFIG: {
             if (mStarted) {
-                return -EINVAL;
+                return PAL_STATUS_INVALID;
             }
             Settings settings;
             int32_t status = parseSettings(payload, &settings);
@@ -80,20 +80,20 @@ int32_t Stream::setParam(uint32_t id, const pal_param_payload* payload) {
             return 0;
         case PAL_PARAM_ID_ASR_FORCE_OUTPUT:
             if (!mStarted) {
-                return -EINVAL;
+                return PAL_STATUS_INVALID;
             }
             mForceOutput = true;
             mChanged.notify_all();
             return 0;
         default:
-            return -EINVAL;
+            return PAL_STATUS_INVALID;
     }
 }
 
 int32_t Stream::open(const Source& source, std::vector<Input>* inputs) {
     switch (source.kind) {
         case Source::Kind::None:
-            return -ENODEV;
+            return PAL_STATUS_NO_DEVICE;
         case Source::Kind::Files:
             for (const std::string& path : source.paths) {
                 Input input;
@@ -113,7 +113,7 @@ int32_t Stream::open(const Source& source, std::vector<Input>* inputs) {
     for (Input& input : *inputs) {
         if (Resampler::create(input.audio->rate(), input.audio->channels(), &input.resampler) !=
             0) {
-            return -EIO;
+            return PAL_STATUS_IO;
         }
     }
     return 0;
@@ -124,10 +124,10 @@ int32_t Stream::start(const Source& source) {
     {
         std::lock_guard<std::mutex> lock(mLock);
         if (mStarted || mRecogniser == nullptr) {
-            return -EINVAL;
+            return PAL_STATUS_INVALID;
         }
         if (mCapture.get_id() == std::this_thread::get_id()) {
-            return -EINVAL;
+            return PAL_STATUS_INVALID;
         }
         previous = std::move(mCapture);
     }
@@ -143,15 +143,15 @@ int32_t Stream::start(const Source& source) {
 
     std::lock_guard<std::mutex> lock(mLock);
     if (mStarted || mCapture.joinable() || mRecogniser == nullptr) {
-        return -EINVAL;  // another start, or a close, came first
+        return PAL_STATUS_INVALID;  // another start, or a close, came first
     }
     if (mRecogniser->prepare(mSettings.silenceMs, mSettings.partial) != 0) {
         mRecogniser.reset();  // its decoder is in no known state: neither used nor kept
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     std::unique_ptr<FrontEnd> frontEnd;
     if (mSettings.diarize && (frontEnd = FrontEnd::forSpeakers()) == nullptr) {
-        return -EIO;
+        return PAL_STATUS_IO;
     }
     if (mSettings.translateTo < 0) {
         mTranslator.reset();
@@ -162,7 +162,7 @@ int32_t Stream::start(const Source& source) {
         mTranslator.reset();
     }
     if (mSettings.translateTo >= 0 && mTranslator == nullptr) {
-        return -EIO;
+        return PAL_STATUS_IO;
     }
     mStarted = true;
     mRunning = true;
@@ -179,7 +179,7 @@ int32_t Stream::stop() {
 
 int32_t Stream::close() {
     if (onCaptureThread()) {
-        return -EINVAL;
+        return PAL_STATUS_INVALID;
     }
     endCapture(true);
     // The capture thread has ended: nothing else uses the recogniser now.
@@ -227,7 +227,7 @@ int32_t Stream::waitUntilDone(std::chrono::milliseconds timeout) {
         mChanged.wait(lock, done);
         return 0;
     }
-    return mChanged.wait_for(lock, timeout, done) ? 0 : -ETIMEDOUT;
+    return mChanged.wait_for(lock, timeout, done) ? 0 : PAL_STATUS_TIMED_OUT;
 }
 
 bool Stream::raise(Event& event) {

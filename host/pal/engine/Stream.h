@@ -54,20 +54,21 @@ class Stream {
     pal_stream_handle* handle() { return &mHandle; }
 
     // Parameters 77 (model; takes the recogniser from the cache, which may load it), 78
-    // (configuration), 79 (custom extras, ignored) and 80 (force output). Returns 0, -EINVAL or
-    // -ENOSYS as docs/ENGINE.md lists.
+    // (configuration), 79 (custom extras, ignored) and 80 (force output). Returns 0,
+    // PAL_STATUS_INVALID or PAL_STATUS_NOT_SUPPORTED as docs/ENGINE.md lists.
     int32_t setParam(uint32_t id, const pal_param_payload* payload);
     // Starts capturing `source`; first waits for the capture thread of the last start to end.
-    // Returns 0; -EINVAL when started already, no model is loaded or called on the capture
-    // thread; -ENODEV when there is no source; -EIO when a file cannot be opened or decoded or
-    // the translator cannot be started.
+    // Returns 0; PAL_STATUS_INVALID when started already, no model is loaded or called on the
+    // capture thread; PAL_STATUS_NO_DEVICE when there is no source; PAL_STATUS_IO when a file
+    // cannot be opened or decoded or the translator cannot be started.
     int32_t start(const Source& source);
     // After it returns no event begins. Neither an event being delivered on the capture thread
     // nor the capture thread itself is waited for (the callback may wait for what the caller
     // holds, or be the caller); close() waits for them. Returns 0.
     int32_t stop();
     // Stops, waits for the capture thread to end and gives the recogniser back to the cache.
-    // Returns 0, or -EINVAL when called on the capture thread, which cannot wait for itself.
+    // Returns 0, or PAL_STATUS_INVALID when called on the capture thread, which cannot wait for
+    // itself.
     int32_t close();
     // Whether the calling thread is this stream's capture thread.
     bool onCaptureThread();
@@ -84,7 +85,7 @@ class Stream {
 
     void capture(std::vector<Input> inputs, Settings settings, Pace pace,
                  std::unique_ptr<FrontEnd> frontEnd);
-    // Opens the inputs of `source`. Returns 0, -ENODEV or -EIO.
+    // Opens the inputs of `source`. Returns 0, PAL_STATUS_NO_DEVICE or PAL_STATUS_IO.
     int32_t open(const Source& source, std::vector<Input>* inputs);
     // Ends the capture thread; joins it when `waitForCallback` or when it is not delivering an
     // event, unless called on it.

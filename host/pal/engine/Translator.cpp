@@ -195,12 +195,12 @@ int32_t Translator::spawn() {
     int input[2];
     int output[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, input) != 0) {
-        return -EIO;
+        return PAL_STATUS_IO;
     }
     if (pipe2(output, O_CLOEXEC) != 0) {
         close(input[0]);
         close(input[1]);
-        return -EIO;
+        return PAL_STATUS_IO;
     }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -238,7 +238,7 @@ int32_t Translator::spawn() {
     if (status != 0) {
         close(input[0]);
         close(output[0]);
-        return -EIO;
+        return PAL_STATUS_IO;
     }
     mProcess = process;
     mInput = input[0];
@@ -251,7 +251,7 @@ int32_t Translator::translate(const std::string& text, std::string* translation,
                               std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     if (spawn() != 0) {
-        return -EIO;
+        return PAL_STATUS_IO;
     }
     std::string message = escape(text);
     message += '\0';
@@ -259,7 +259,7 @@ int32_t Translator::translate(const std::string& text, std::string* translation,
         ssize_t n = send(mInput, message.data() + sent, message.size() - sent, MSG_NOSIGNAL);
         if (n < 0 && errno != EINTR) {
             end();
-            return -EIO;
+            return PAL_STATUS_IO;
         }
         sent += n > 0 ? static_cast<size_t>(n) : 0;
     }
@@ -281,13 +281,13 @@ int32_t Translator::translate(const std::string& text, std::string* translation,
         }
         if (ready == 0) {
             end();
-            return -ETIMEDOUT;
+            return PAL_STATUS_TIMED_OUT;
         }
         char buffer[4096];
         ssize_t n = read(mOutput, buffer, sizeof(buffer));
         if (n <= 0 && !(n < 0 && errno == EINTR)) {
             end();
-            return -EIO;
+            return PAL_STATUS_IO;
         }
         mPending.append(buffer, n > 0 ? static_cast<size_t>(n) : 0);
     }

@@ -4,6 +4,7 @@
 #ifndef PAL_ENGINE_TRANSLATOR_H
 #define PAL_ENGINE_TRANSLATOR_H
 
+#include <pal/pal_api.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -34,12 +35,13 @@ class Translator {
     int32_t languageId() const { return mLanguageId; }
     // The code of the language it translates into, "es-ES"...
     const char* code() const { return mCode; }
-    // Starts the pipeline unless it runs, and clears a past interrupt(). Returns 0, or -EIO when
-    // it cannot be started.
+    // Starts the pipeline unless it runs, and clears a past interrupt(). Returns 0, or
+    // PAL_STATUS_IO when it cannot be started.
     int32_t start();
-    // Translates `text` (plain words, no line breaks) into `*translation`. Returns 0; -ETIMEDOUT
-    // when no answer came within `timeout`, -EINTR when interrupt() was called, -EIO when the
-    // pipeline failed. After a failure the pipeline is ended, and the next call starts another.
+    // Translates `text` (plain words, no line breaks) into `*translation`. Returns 0;
+    // PAL_STATUS_TIMED_OUT when no answer came within `timeout`, -EINTR when interrupt() was
+    // called, PAL_STATUS_IO when the pipeline failed. After a failure the pipeline is ended, and
+    // the next call starts another.
     int32_t translate(const std::string& text, std::string* translation,
                       std::chrono::milliseconds timeout);
     // Makes a translate() in progress, or the next one, return -EINTR at once.
@@ -47,7 +49,7 @@ class Translator {
 
   private:
     Translator(int32_t languageId, const char* code, std::string pipeline, int wakeFd);
-    // Starts the pipeline unless it runs. Returns 0 or -EIO.
+    // Starts the pipeline unless it runs. Returns 0 or PAL_STATUS_IO.
     int32_t spawn();
     // Ends the pipeline: every stage is killed.
     void end();

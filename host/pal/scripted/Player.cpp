@@ -11,10 +11,6 @@ namespace pal_scripted {
 
 namespace {
 
-constexpr int32_t kStatusIo = -5;
-constexpr int32_t kStatusInvalid = -22;
-constexpr int32_t kStatusTimedOut = -110;
-
 std::string milliseconds(std::chrono::milliseconds duration) {
     return std::to_string(duration.count()) + " ms";
 }
@@ -54,16 +50,16 @@ void Player::load(Scenario scenario) {
 
 int32_t Player::waitUntilPlayed(std::chrono::milliseconds timeout, std::string* error) {
     std::unique_lock<std::mutex> lock(mLock);
-    if (mState == State::Idle) return kStatusInvalid;
+    if (mState == State::Idle) return PAL_STATUS_INVALID;
     auto over = [this] { return mState != State::Playing; };
     if (timeout.count() < 0) {
         mChanged.wait(lock, over);
     } else if (!mChanged.wait_for(lock, timeout, over)) {
-        return kStatusTimedOut;
+        return PAL_STATUS_TIMED_OUT;
     }
     if (mState == State::Failed) {
         if (error != nullptr) *error = mFailure;
-        return kStatusIo;
+        return PAL_STATUS_IO;
     }
     return 0;
 }
@@ -202,7 +198,7 @@ int32_t Player::open(pal_stream_event_cb callback, unsigned long cookie,
                      pal_stream_handle** handle) {
     std::lock_guard<std::mutex> lock(mLock);
     int32_t status = replyLocked(Function::StreamOpen, kAnyParam);
-    if (status == 0 && (callback == nullptr || handle == nullptr)) status = kStatusInvalid;
+    if (status == 0 && (callback == nullptr || handle == nullptr)) status = PAL_STATUS_INVALID;
     if (status == 0) {
         Stream& stream = mStreams.emplace_back();
         stream.callback = callback;
@@ -218,7 +214,7 @@ int32_t Player::setParam(pal_stream_handle* handle, uint32_t id, const pal_param
     std::lock_guard<std::mutex> lock(mLock);
     int32_t status = replyLocked(Function::StreamSetParam, id);
     if (status == 0 && (findLocked(handle) == nullptr || payload == nullptr)) {
-        status = kStatusInvalid;
+        status = PAL_STATUS_INVALID;
     }
     settleLocked();
     return status;
@@ -228,7 +224,7 @@ int32_t Player::start(pal_stream_handle* handle) {
     std::lock_guard<std::mutex> lock(mLock);
     int32_t status = replyLocked(Function::StreamStart, kAnyParam);
     Stream* stream = findLocked(handle);
-    if (status == 0 && (stream == nullptr || stream->started)) status = kStatusInvalid;
+    if (status == 0 && (stream == nullptr || stream->started)) status = PAL_STATUS_INVALID;
     if (status == 0) stream->started = true;
     settleLocked();
     return status;
@@ -238,7 +234,7 @@ int32_t Player::stop(pal_stream_handle* handle) {
     std::lock_guard<std::mutex> lock(mLock);
     int32_t status = replyLocked(Function::StreamStop, kAnyParam);
     Stream* stream = findLocked(handle);
-    if (status == 0 && stream == nullptr) status = kStatusInvalid;
+    if (status == 0 && stream == nullptr) status = PAL_STATUS_INVALID;
     // An event whose callback is running is not waited for: the callback may be waiting for what
     // the caller holds. close() waits for it.
     if (status == 0) stream->started = false;
@@ -252,7 +248,7 @@ int32_t Player::close(pal_stream_handle* handle) {
     Stream* stream = findLocked(handle);
     if (stream == nullptr) {
         settleLocked();
-        return status == 0 ? kStatusInvalid : status;
+        return status == 0 ? PAL_STATUS_INVALID : status;
     }
     // A scripted failure changes only the status: the stream closes all the same, since the
     // caller may free what the cookie points to once this returns.
@@ -270,7 +266,7 @@ int32_t Player::setGlobalParam(uint32_t id, const void* payload, size_t size) {
     int32_t status = replyLocked(Function::SetParam, id);
     if (status == 0 && (id != PAL_PARAM_ID_RESOURCES_AVAILABLE || payload == nullptr ||
                         size != sizeof(pal_resources_available_param))) {
-        status = kStatusInvalid;
+        status = PAL_STATUS_INVALID;
     }
     if (status == 0) std::memcpy(&mResources, payload, sizeof(mResources));
     settleLocked();

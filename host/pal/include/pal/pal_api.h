@@ -1,6 +1,6 @@
 /*
  * The platform audio layer's functions that libvoxa calls. All return 0 on success or a negative
- * errno-style code; -EBUSY, -EINVAL and -ENOSYS have meanings of their own.
+ * errno-style status (enum pal_status names those the PAL and the service use).
  *
  * What the service needs of a PAL's threads, and no more:
  * - Callbacks (a stream's events, the resources-available function) run on any number of the
@@ -23,6 +23,21 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/*
+ * The statuses that cross the PAL API besides 0, by name; the numbers are the negated errno
+ * values. The service reports BUSY, INVALID and NOT_SUPPORTED to its clients as errors of their
+ * own (RESOURCE_CONTENTION, INVALID, OPERATION_NOT_SUPPORTED) and every other one as FAILURE; it
+ * also refuses requests itself with PAL_STATUS_INVALID.
+ */
+enum pal_status {
+    PAL_STATUS_BUSY = -EBUSY,           /* the engine serves another stream */
+    PAL_STATUS_INVALID = -EINVAL,       /* a request, a handle or a payload is refused */
+    PAL_STATUS_NOT_SUPPORTED = -ENOSYS, /* the engine cannot do what was asked */
+    PAL_STATUS_NO_DEVICE = -ENODEV,     /* there is nothing to capture from */
+    PAL_STATUS_IO = -EIO,               /* the audio or the model could not be read */
+    PAL_STATUS_TIMED_OUT = -ETIMEDOUT,  /* a wait ended before what it waited for */
+};
 
 /*
  * Opens a stream. `callback` receives the stream's events with `cookie`; on success the new

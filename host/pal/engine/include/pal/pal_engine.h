@@ -22,7 +22,7 @@
 namespace pal_engine {
 
 // The engine's UUID, as a VoxaModel's vendorUuid names it. A model payload
-// (PAL_PARAM_ID_ASR_MODEL) for any other UUID is refused with -22.
+// (PAL_PARAM_ID_ASR_MODEL) for any other UUID is refused with PAL_STATUS_INVALID.
 constexpr char kEngineUuid[] = "6f1d2c3b-8a47-4e95-b0c2-5d7e9a31f648";
 constexpr st_uuid kEngineUuidRecord = {
         0x6f1d2c3b, 0x8a47, 0x4e95, 0xb0c2, {0x5d, 0x7e, 0x9a, 0x31, 0xf6, 0x48}};
@@ -34,23 +34,23 @@ enum class Pace {
 
 // Makes every later pal_stream_start capture the sound files `paths` (any format libsndfile
 // decodes: WAV, FLAC, Ogg...), one after the other as one recording. The paths are copied; the
-// files are opened by pal_stream_start. Returns 0, or -22 when `paths` is empty.
+// files are opened by pal_stream_start. Returns 0, or PAL_STATUS_INVALID when `paths` is empty.
 int32_t setFileSource(const std::vector<std::string>& paths, Pace pace);
 
 // Makes every later pal_stream_start capture raw PCM read from `fd` until end of file, in the
 // format of the stream's device record (signed 16-bit little-endian, interleaved; the service
 // opens 48 kHz stereo). The descriptor stays the caller's and must stay open until the stream
-// is stopped. Returns 0, or -22 for a negative descriptor.
+// is stopped. Returns 0, or PAL_STATUS_INVALID for a negative descriptor.
 int32_t setPcmSource(int fd, Pace pace);
 
-// Forgets the source: pal_stream_start then fails with -19 until one is set again.
+// Forgets the source: pal_stream_start then fails with PAL_STATUS_NO_DEVICE until one is set again.
 void clearSource();
 
 // Waits until the open stream's recognition is over: its source exhausted and the final result
 // of the last utterance delivered (the callback returned), or the recognition ended by itself
 // (a command's result, a time-out), or the stream stopped. Returns 0 when it is over, also at
-// once when no stream is open or started; -110 when `timeout` passes first. A negative timeout
-// waits without limit.
+// once when no stream is open or started; PAL_STATUS_TIMED_OUT when `timeout` passes first. A
+// negative timeout waits without limit.
 int32_t waitUntilDone(std::chrono::milliseconds timeout);
 
 // What the engine can do, for a host that describes it to its users and checks its input before

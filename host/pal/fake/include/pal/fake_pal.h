@@ -75,7 +75,7 @@ struct Delivery {
 
 // raiseEvent's result when no callback was made: the stream is unknown (never handed out, or
 // forgotten by reset) or was opened without a callback.
-constexpr int32_t kNotDelivered = -ENODEV;
+constexpr int32_t kNotDelivered = PAL_STATUS_NO_DEVICE;
 
 // Event payloads are copied to storage of exactly their size (so that AddressSanitizer reports
 // reads past the end) aligned to this many bytes.

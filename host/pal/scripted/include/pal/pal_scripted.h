@@ -37,10 +37,11 @@ std::string loadScenarioFile(const std::string& path);
 std::string loadScenario(const std::string& text, const std::string& name);
 
 // Waits until the loaded scenario has played: every step done and the callback of its last event
-// returned. Returns 0; -110 when `timeout` passes first (a negative timeout waits without limit);
-// -22 when no scenario was loaded; -5 when a step could not be played (an await or an event whose
-// wait timed out, a notification with no function registered), and then sets `*error`, when not
-// null, to "<name>:<line>: <reason>". The scenario stops at such a step.
+// returned. Returns 0; PAL_STATUS_TIMED_OUT when `timeout` passes first (a negative timeout waits
+// without limit); PAL_STATUS_INVALID when no scenario was loaded; PAL_STATUS_IO when a step could
+// not be played (an await or an event whose wait timed out, a notification with no function
+// registered), and then sets `*error`, when not null, to "<name>:<line>: <reason>". The scenario
+// stops at such a step.
 int32_t waitUntilPlayed(std::chrono::milliseconds timeout, std::string* error = nullptr);
 
 // The scripted engine's implementations of the six PAL functions, with pal_api.h's signatures and
