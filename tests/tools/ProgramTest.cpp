@@ -44,6 +44,11 @@ const std::string kTestScenarios = VOXA_TEST_SCENARIOS;  // also played by the d
 // A speaker before one result and after the other, the first's second text JSON.
 const std::string kSpeakers = kTestScenarios + "speakers.jsonl";
 
+const std::string kBusy =
+        "the recognition engine is busy with another session (RESOURCE_CONTENTION)";
+const std::string kStart = "{\"step\": \"await\", \"call\": \"pal_stream_start\"}\n";
+const std::string kFirstResult = kStart + "{\"step\": \"result\", \"text\": \"first\"}\n";
+
 struct Ran {
     int exitCode = -1;
     std::string out;
@@ -99,6 +104,13 @@ TEST(VoxaProgramTest, EachRunExitsWithItsStatusMessagesAndOutput) {
     for (size_t i = 0; i < mono.size(); i += 2) {
         for (int copy = 0; copy < 6; ++copy) device += mono.substr(i, 2);
     }
+    const std::string unmet =
+            writeFile("unmet.jsonl", kFirstResult +
+                                             "{\"step\": \"await\", "
+                                             "\"call\": \"pal_set_param\", \"timeout_ms\": 50}\n");
+    const std::string backwards =
+            writeFile("backwards.jsonl", kStart + "{\"step\": \"timed_result\", \"start_ms\": 500, "
+                                                  "\"end_ms\": 100}\n");
     // A line of the JSON output for kSpeakers.
     auto json = [&](const std::string& rest) {
         return "{\"file\":\"" + kSpeakers + "\",\"handle\":0,\"callback\":\"" + rest + "}\n";
@@ -157,21 +169,33 @@ TEST(VoxaProgramTest, EachRunExitsWithItsStatusMessagesAndOutput) {
              "voxa: -o FILE takes one input; --output-dir DIR writes one file per input\n"},
             {2, "transcribe --output-dir " + directory + recording + recording,
              "voxa: two inputs would write " + directory + "/sense_and_sensibility_01_austen_" +
-                     "64kb-0880.txt\n"},
+                     "64kb-0880.wav.txt\n"},
             {2, "listen", "voxa: unknown command 'listen' (see voxa --help)\n"},
             {2, "replay", "voxa: replay takes one SCENARIO\n"},
             // Each shipped scenario, played by the scripted engine to the same client.
             {0, "replay " + kScenarios + "dictation.jsonl", "", Eq("send a message to anna\n")},
             {0, "replay " + kScenarios + "timestamps.jsonl", "", Eq("call me at noon\n")},
-            {1, "replay " + kScenarios + "contention.jsonl",
-             "voxa: startListening failed (RESOURCE_CONTENTION)\n"},
+            // Busy at start as at open; the notification that the engine is free is waited for
+            // when asked.
+            {3, "replay " + kScenarios + "contention.jsonl", "voxa: " + kBusy + "\n"},
+            {0, "replay --wait-busy " + kScenarios + "contention.jsonl",
+             "voxa: the recognition engine is busy with another session; waiting until it is "
+             "free\n",
+             Eq("turn on the lights\n")},
+            // A failure, of the engine or of the scenario, is said and fails the input.
             {1, "replay " + kScenarios + "engine-error.jsonl",
-             "voxa: stopListening failed (FAILURE)\n"},
+             "voxa: " + kScenarios +
+                     "engine-error.jsonl: the recognition engine reported a failure (status 2): "
+                     "{\"error\":\"audio capture lost\"}\nvoxa: stopListening failed (FAILURE)\n"},
+            {1, "replay " + unmet, "voxa: " + unmet + ":3: no pal_set_param call within 50 ms\n",
+             Eq("first\n")},
+            {1, "replay " + backwards,
+             "voxa: " + backwards + ":2: \"end_ms\" 100 is before \"start_ms\" 500\n"},
+            {1, "replay " + directory, "voxa: cannot read " + directory + ": it is a directory\n"},
             {1, "replay " + kScenarios + "unsupported-language.jsonl",
              "voxa: the recognition engine does not support this configuration "
              "(OPERATION_NOT_SUPPORTED)\n"},
-            {3, "replay " + kTestScenarios + "busy-engine.jsonl",
-             "voxa: the recognition engine is busy with another session (RESOURCE_CONTENTION)\n"},
+            {3, "replay " + kTestScenarios + "busy-engine.jsonl", "voxa: " + kBusy + "\n"},
             {0, "replay --diarize " + kSpeakers, "", Eq("Speaker 1: hello\nSpeaker 2: goodbye\n")},
             {0, "replay --diarize --format vtt " + kSpeakers, "",
              Eq("WEBVTT\n\n00:00:00.000 --> 00:00:01.000\n<v Speaker 1>hello\n\n"
@@ -193,7 +217,7 @@ TEST(VoxaProgramTest, EachRunExitsWithItsStatusMessagesAndOutput) {
             // With the service's state while the session still listens, its input heard.
             {0, "replay --dump " + kScenarios + "two-speakers.jsonl",
              AllOf(HasSubstr("sessions: 1\n  handle 0: listening, stream 0x"),
-                   HasSubstr("events delivered: plain 2, time-stamped 0, diarization 2")),
+                   HasSubstr("events delivered: plain 0, time-stamped 2, diarization 2")),
              Eq("good morning\nmorning how did you sleep\n")},
             {1, "transcribe --verbose --lang fr-FR" + recording,
              ContainsRegex("Voxa E .*startListening: Failed to start")},
@@ -219,6 +243,14 @@ TEST(VoxaProgramTest, EachRunExitsWithItsStatusMessagesAndOutput) {
              std::string(64000, '\0')},
             {0, "transcribe " + cut, "voxa: " + cut + ": ends at 0.94 s of 6.05 s\n",
              MatchesRegex("[a-z ]+\n")},
+            {0, "transcribe --threshold 90" + recording,
+             "voxa: " + kShortRecording +
+                     ": no speech found at a confidence of 90 or more (--threshold)\n"},
+            {0, "transcribe --confidence 60 -o -" + recording, "",
+             Eq("he was not [until] [this] [blows] [young] man (confidence 58)\n")},
+            // Subtitles of a translation show the translation.
+            {0, "transcribe --translate es-ES --format srt" + recording, "",
+             Eq("1\n00:00:00,210 --> 00:00:02,740\nNo fue hasta estos golpes hombre joven\n\n")},
             // Off a terminal there is no progress bar. Language codes match in any case.
             {0, "transcribe --timestamps --lang en-us" + recording, "",
              Eq("[00:00.210 --> 00:02.740] he was not until this blows young man\n"
@@ -242,7 +274,7 @@ TEST(VoxaProgramTest, EachRunExitsWithItsStatusMessagesAndOutput) {
         EXPECT_THAT(run.err, c.err) << "the service's log shows with --verbose alone";
         EXPECT_THAT(run.out, c.out);
     }
-    for (const std::string& path : {text, low, cut}) unlink(path.c_str());
+    for (const std::string& path : {text, low, cut, unmet, backwards}) unlink(path.c_str());
 }
 
 // One file per input; subtitles of the long recording in cues of at most two lines of 42
@@ -286,29 +318,81 @@ TEST(VoxaProgramTest, WritesEachInputToAFileOfItsOwnInSubtitleCuesWithinTheirLim
                                       HasSubstr("\"final\":true"), EndsWith("}\n")));
 }
 
-// Ctrl-C in a live run: the utterance in progress comes out as a final result, then exit 130.
-TEST(VoxaProgramTest, InterruptPrintsThePendingHypothesisAndExits130) {
+// Runs the program with `args`, sends it SIGINT once a line of its output contains `after` (and
+// not `unless`), and returns its exit status and the output that followed.
+Ran interrupt(const std::string& args, const char* after, const char* unless = nullptr) {
     // The shell prints its process id, which the program then takes over.
-    FILE* out = popen(("echo $$; exec " VOXA_PROGRAM
-                       " transcribe --realtime --format json --mode partial-continuous " +
-                       kLongRecording)
-                              .c_str(),
-                      "r");
+    FILE* out = popen(("echo $$; exec " VOXA_PROGRAM " " + args).c_str(), "r");
     int pid = 0;
-    ASSERT_EQ(1, fscanf(out, "%d\n", &pid));
+    Ran ran;
+    if (fscanf(out, "%d\n", &pid) != 1) return ran;
     char line[65536];
-    // Once a partial result with words has come, the utterance is in progress.
     while (fgets(line, sizeof(line), out) != nullptr &&
-           !(strstr(line, "\"final\":false") != nullptr &&
-             strstr(line, "\"text\":\"\"") == nullptr)) {
+           (strstr(line, after) == nullptr || (unless != nullptr && strstr(line, unless)))) {
     }
     kill(pid, SIGINT);
-    std::string after;
-    while (fgets(line, sizeof(line), out) != nullptr) after += line;
+    while (fgets(line, sizeof(line), out) != nullptr) ran.out += line;
     const int status = pclose(out);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 130) << status;
-    EXPECT_THAT(after, ContainsRegex("\"final\":true,\"confidence\":[0-9]+,\"text\":\"[a-z]"
-                                     "[^\n]*\"reason\":\"forced\""));
+    ran.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return ran;
+}
+
+// Ctrl-C in a live run: the utterance in progress comes out as a final result, then exit 130;
+// in a replay, also while the scenario waits for an hour.
+TEST(VoxaProgramTest, InterruptPrintsThePendingHypothesisAndExits130) {
+    // Once a partial result with words has come, the utterance is in progress.
+    Ran run = interrupt(
+            "transcribe --realtime --format json --mode partial-continuous " + kLongRecording,
+            "\"final\":false", "\"text\":\"\"");
+    EXPECT_EQ(130, run.exitCode);
+    EXPECT_THAT(run.out, ContainsRegex("\"final\":true,\"confidence\":[0-9]+,\"text\":\"[a-z]"
+                                       "[^\n]*\"reason\":\"forced\""));
+
+    const std::string hour =
+            writeFile("hour.jsonl", kFirstResult + "{\"step\": \"delay\", \"ms\": 3600000}\n");
+    run = interrupt("replay " + hour, "first");
+    EXPECT_EQ(130, run.exitCode);
+    EXPECT_EQ("", run.out);
+    unlink(hour.c_str());
+}
+
+// An input is never written over, under any name; a file is replaced only once its input has
+// succeeded, and never left half-written; --output-dir is created, and names that would clash
+// keep their extension.
+TEST(VoxaProgramTest, OutputsNeverCostTheUserAFile) {
+    const std::string recording = readFile(kShortRecording);
+    const std::string wav = writeFile("input.txt", recording);
+    const std::string link = temporaryPath("link");
+    ASSERT_EQ(0, symlink(wav.c_str(), link.c_str()));
+    const std::string folder = wav.substr(0, wav.rfind('/'));
+    const std::string through = folder + "/./" + wav.substr(folder.size() + 1);
+    for (const auto& [args, output] : {std::pair{"-o " + wav, wav},
+                                       {"-o " + link, link},
+                                       {"--output-dir " + folder + "/.", through}}) {
+        Ran run = runProgram("transcribe " + args + " " + wav);
+        EXPECT_EQ(2, run.exitCode) << args;
+        EXPECT_EQ("voxa: the output " + output + " is the input " + wav +
+                          "; voxa never writes over an input\n",
+                  run.err);
+    }
+    EXPECT_EQ(recording, readFile(wav));
+
+    const std::string kept = writeFile("kept.txt", "an earlier transcript\n");
+    EXPECT_EQ(1, runProgram("transcribe --lang fr-FR -o " + kept + " " + kShortRecording).exitCode);
+    EXPECT_EQ("an earlier transcript\n", readFile(kept));
+    EXPECT_EQ(0, runProgram("transcribe -o " + kept + " " + kShortRecording).exitCode);
+    EXPECT_THAT(takeFile(kept), MatchesRegex(kShortText));
+
+    const std::string outputs = temporaryPath("outputs");
+    const std::string a = writeFile("a.wav", recording), b = writeFile("a.flac", recording);
+    Ran run = runProgram("transcribe --output-dir " + outputs + "/texts " + a + " " + b);
+    EXPECT_EQ(0, run.exitCode) << run.err;
+    for (const std::string& input : {a, b}) {
+        EXPECT_THAT(takeFile(outputs + "/texts/" + input.substr(folder.size() + 1) + ".txt"),
+                    MatchesRegex(kShortText));
+    }
+    EXPECT_EQ(0, rmdir((outputs + "/texts").c_str())) << "nothing else was written";
+    for (const std::string& path : {wav, link, a, b, outputs}) remove(path.c_str());
 }
 
 // The five LibriVox recordings in one run, in buffering and in partial-continuous mode: the

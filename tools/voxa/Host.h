@@ -47,6 +47,7 @@ struct InputInfo {
 struct InputEnd {
     int64_t endMs = -1;       // where the audio ended; -1 when the input was not read to its end
     int64_t declaredMs = -1;  // where its header said it ends; -1 when it said nothing
+    std::string error;        // why the input could not be played to its end; empty: it could
 };
 
 // The languages the engine behind the service handles, as codes of getSupportedLanguages, and

@@ -12,7 +12,7 @@
 
 int main(int argc, char** argv) {
     voxa_tool::watchSignals();
-    voxa_tool::ScriptedHost host(std::cerr);
+    voxa_tool::ScriptedHost host;
     const voxa_tool::Console console{std::cout, std::cerr, isatty(STDOUT_FILENO) == 1,
                                      isatty(STDERR_FILENO) == 1};
     return voxa_tool::runVoxa(std::vector<std::string>(argv + 1, argv + argc), host, console);

@@ -43,6 +43,7 @@ void Player::load(Scenario scenario) {
     mReplies.clear();
     mCalls.clear();
     mOpened = 0;
+    mStopped = 0;
     for (Stream& stream : mStreams) stream.ordinal = 0;
     settleLocked();
     mChanged.notify_all();
@@ -57,11 +58,20 @@ int32_t Player::waitUntilPlayed(std::chrono::milliseconds timeout, std::string* 
     } else if (!mChanged.wait_for(lock, timeout, over)) {
         return PAL_STATUS_TIMED_OUT;
     }
-    if (mState == State::Failed) {
-        if (error != nullptr) *error = mFailure;
-        return PAL_STATUS_IO;
-    }
-    return 0;
+    return playedLocked(error);
+}
+
+int32_t Player::waitUntilPlayedOrStopped(std::string* error) {
+    std::unique_lock<std::mutex> lock(mLock);
+    if (mState == State::Idle) return PAL_STATUS_INVALID;
+    mChanged.wait(lock, [this] { return mState != State::Playing || mStopped > 0; });
+    return playedLocked(error);
+}
+
+int32_t Player::playedLocked(std::string* error) const {
+    if (mState != State::Failed) return 0;
+    if (error != nullptr) *error = mFailure;
+    return PAL_STATUS_IO;
 }
 
 void Player::run() {
@@ -237,6 +247,8 @@ int32_t Player::stop(pal_stream_handle* handle) {
     if (status == 0 && stream == nullptr) status = PAL_STATUS_INVALID;
     // An event whose callback is running is not waited for: the callback may be waiting for what
     // the caller holds. close() waits for it.
+    // The client is done listening, whatever the reply.
+    if (stream != nullptr && stream->started) ++mStopped;
     if (status == 0) stream->started = false;
     settleLocked();
     return status;
@@ -291,6 +303,10 @@ std::string loadScenarioFile(const std::string& path) {
 
 int32_t waitUntilPlayed(std::chrono::milliseconds timeout, std::string* error) {
     return Player::instance().waitUntilPlayed(timeout, error);
+}
+
+int32_t waitUntilPlayedOrStopped(std::string* error) {
+    return Player::instance().waitUntilPlayedOrStopped(error);
 }
 
 const PalFunctions& palFunctions() {

@@ -34,6 +34,7 @@ class Player {
 
     void load(Scenario scenario);
     int32_t waitUntilPlayed(std::chrono::milliseconds timeout, std::string* error);
+    int32_t waitUntilPlayedOrStopped(std::string* error);
 
     // The PAL functions, with their pal_api.h contracts.
     int32_t open(pal_stream_event_cb callback, unsigned long cookie, pal_stream_handle** stream);
@@ -73,6 +74,8 @@ class Player {
     void settleLocked();
     void failLocked(const Step& step, const std::string& reason);
 
+    // The end of waitUntilPlayed: 0, or PAL_STATUS_IO and the failure in `*error`.
+    int32_t playedLocked(std::string* error) const;
     // Counts the call for awaits and returns the status of the reply in force for it, 0 when
     // there is none. The caller applies the call's effect, then lets the scenario go on with
     // settleLocked.
@@ -92,6 +95,7 @@ class Player {
     std::vector<Reply> mReplies;                          // in force, in the order given
     std::map<std::pair<Function, uint32_t>, int> mCalls;  // since the load, for awaits
     int mOpened = 0;                                      // streams opened since the load
+    int mStopped = 0;                                     // started streams stopped since the load
     const Stream* mDelivering = nullptr;                  // the stream being called back
     bool mStopping = false;
 

@@ -56,6 +56,14 @@ class Fields {
 
     bool has(const char* key) const { return find(key) != nullptr; }
 
+    // An engine never ends a span before it starts: such times are a mistake in the scenario.
+    bool ordered(int64_t startMs, int64_t endMs) {
+        if (endMs >= startMs) return true;
+        error = mWhere + "\"end_ms\" " + std::to_string(endMs) + " is before \"start_ms\" " +
+                std::to_string(startMs);
+        return false;
+    }
+
     bool integer(const char* key, int64_t min, int64_t max, int64_t* out) {
         const JsonValue* value = take(key);
         if (value == nullptr) return true;
@@ -296,7 +304,7 @@ bool readTimedResult(Fields& fields, Step* step) {
         std::string text;
         if (!word.require("word") || !word.text("word", PAL_ASR_WORD_SIZE, &text) ||
             !word.integer("start_ms", &slot.start_ts) || !word.integer("end_ms", &slot.end_ts) ||
-            !word.integer("confidence", &slot.value)) {
+            !word.integer("confidence", &slot.value) || !word.ordered(slot.start_ts, slot.end_ts)) {
             return false;
         }
         std::memcpy(slot.word, text.data(), text.size());
@@ -305,7 +313,7 @@ bool readTimedResult(Fields& fields, Step* step) {
     };
     if (!result.read(fields) || !readTarget(fields, step) ||
         !fields.integer("start_ms", kInt64Min, kInt64Max, &start) ||
-        !fields.integer("end_ms", kInt64Min, kInt64Max, &end) ||
+        !fields.integer("end_ms", kInt64Min, kInt64Max, &end) || !fields.ordered(start, end) ||
         !fields.objects("words", PAL_ASR_MAX_WORDS, readWord)) {
         return false;
     }
@@ -344,7 +352,8 @@ bool readSpeakers(Fields& fields, Step* step) {
         pal_sdz_speaker record{};
         if (!speaker.require("speaker") || !speaker.integer("speaker", &record.value) ||
             !speaker.integer("start_ms", &record.start_ts) ||
-            !speaker.integer("end_ms", &record.end_ts)) {
+            !speaker.integer("end_ms", &record.end_ts) ||
+            !speaker.ordered(record.start_ts, record.end_ts)) {
             return false;
         }
         speakers.push_back(record);

@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "Formatters.h"
+#include "Formatter.h"
 #include "Options.h"
 #include "Output.h"
 #include "Progress.h"
@@ -81,11 +81,13 @@ Status transcribe(const std::shared_ptr<IVoxa>& service, Host& host, Options opt
     }
     if (!status.isOk()) return status;
 
-    const bool toConsole = options.outputFile.empty() && options.outputDir.empty();
+    const bool toConsole = options.outputs.front().empty();
     FormatSettings settings;
     settings.format = options.format;
     settings.timestamps = options.timestamps;
     settings.diarize = options.diarize;
+    if (!options.translateTo.empty()) settings.translatedFrom = options.language;
+    settings.markBelow = options.markBelow;
     settings.liveTerminal = toConsole && console.outIsTerminal && options.realtime &&
                             options.format == Format::Text;
     if (settings.liveTerminal && !options.modeGiven) {
@@ -139,7 +141,8 @@ int runVoxa(const std::vector<std::string>& args, Host& host, const Console& con
         __android_log_set_minimum_priority(options.verbose ? ANDROID_LOG_VERBOSE
                                                            : ANDROID_LOG_SILENT);
         std::shared_ptr<IVoxa> service;
-        status = connectToService(host, options.library, &service);
+        status = options.outputs.empty() ? Status::ok() : prepareOutputs(options);
+        if (status.isOk()) status = connectToService(host, options.library, &service);
         if (status.isOk()) {
             switch (options.command) {
                 case Command::Languages:

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
+#include <map>
 #include <set>
 
 namespace voxa_tool {
@@ -82,6 +83,7 @@ constexpr Bounded kNumbers[] = {
         {"--silence-ms", &Options::silenceMs, 0, 60000},
         {"--threshold", &Options::threshold, 0, 100},
         {"--timeout-ms", &Options::timeoutMs, 0, std::numeric_limits<int32_t>::max()},
+        {"--confidence", &Options::markBelow, 0, 100},
 };
 
 std::string range(const Bounded& bounded) {
@@ -90,28 +92,51 @@ std::string range(const Bounded& bounded) {
                    : std::to_string(bounded.min) + " to " + std::to_string(bounded.max);
 }
 
-// Checks the combination of options once all are read.
+std::string fileName(const std::string& input) {
+    return input == kStandardInput ? "stdin" : input.substr(input.rfind('/') + 1);
+}
+
+std::string stem(const std::string& input) {
+    std::string name = fileName(input);
+    const size_t dot = name.rfind('.');
+    if (dot != std::string::npos && dot > 0) name.erase(dot);
+    return name;
+}
+
+// Each input's file under DIR: NAME.txt (or .json, .srt, .vtt), NAME being its file name without
+// its extension, or with it when another input has the same stem (a.flac.txt, a.ogg.txt).
+Status outputsUnder(const std::string& directory, Options* options) {
+    std::map<std::string, int> stems;
+    for (const std::string& file : options->files) ++stems[stem(file)];
+    std::set<std::string> paths;
+    for (const std::string& file : options->files) {
+        const std::string name = stems[stem(file)] > 1 ? fileName(file) : stem(file);
+        const std::string path =
+                directory + "/" + name + kExtensions[static_cast<int>(options->format)];
+        if (!paths.insert(path).second) return Status::usage("two inputs would write " + path);
+        options->outputs.push_back(path);
+    }
+    return Status::ok();
+}
+
+// Checks the combination of options once all are read, and names the outputs.
 Status checkOutputs(const std::vector<std::string>& operands, Options* options) {
     options->files = operands.empty() ? std::vector<std::string>{VOXA_DEFAULT_RECORDING} : operands;
     const bool several = options->files.size() > 1;
     if (!options->outputFile.empty() && !options->outputDir.empty()) {
         return Status::usage("-o and --output-dir exclude each other");
     }
-    if (!options->outputFile.empty() && several) {
+    // "-o -" is standard output, as for any other program.
+    const bool toFile = !options->outputFile.empty() && options->outputFile != "-";
+    if (toFile && several) {
         return Status::usage("-o FILE takes one input; --output-dir DIR writes one file per input");
     }
     if ((options->format == Format::Srt || options->format == Format::Vtt) && several &&
         options->outputDir.empty()) {
         return Status::usage("subtitles of several inputs need --output-dir DIR");
     }
-    if (!options->outputDir.empty()) {
-        std::set<std::string> paths;
-        for (const std::string& file : options->files) {
-            if (!paths.insert(outputPath(*options, file)).second) {
-                return Status::usage("two inputs would write " + outputPath(*options, file));
-            }
-        }
-    }
+    if (!options->outputDir.empty()) return outputsUnder(options->outputDir, options);
+    options->outputs.assign(options->files.size(), toFile ? options->outputFile : "");
     return Status::ok();
 }
 
@@ -187,6 +212,8 @@ Status parseOptions(const std::vector<std::string>& args, Options* options) {
             status = setFlag(&options->realtime, true);
         } else if (name == "--diarize") {
             status = setFlag(&options->diarize, true);
+        } else if (name == "--wait-busy") {
+            status = setFlag(&options->waitBusy, true);
         } else if (name == "--no-progress") {
             status = setFlag(&options->progress, false);
         } else if (name == "--lang") {
@@ -252,13 +279,6 @@ Status parseOptions(const std::vector<std::string>& args, Options* options) {
     return checkOutputs(operands, options);
 }
 
-std::string outputPath(const Options& options, const std::string& input) {
-    std::string name = input == kStandardInput ? "stdin" : input.substr(input.rfind('/') + 1);
-    const size_t dot = name.rfind('.');
-    if (dot != std::string::npos && dot > 0) name.erase(dot);
-    return options.outputDir + "/" + name + kExtensions[static_cast<int>(options.format)];
-}
-
 std::string usage() {
     return "usage: voxa [OPTIONS] COMMAND [FILE...]\n"
            "\n"
@@ -276,7 +296,7 @@ std::string usage() {
            "                        engine recognises and translates into\n"
            "  dump                  print the state of the service in this process\n"
            "\n"
-           "Options of transcribe:\n"
+           "Options of transcribe and replay:\n"
            "  --lang CODE           spoken language, as `voxa languages` lists it (en-US)\n"
            "  --translate CODE      translate into another language\n"
            "  --diarize             tell the speakers apart and label the results\n"
@@ -287,13 +307,20 @@ std::string usage() {
            "                        engine's)\n"
            "  --threshold N         lowest confidence of a result, 0 to 100\n"
            "  --timeout-ms N        give up after N ms without speech (0: never)\n"
+           "  --confidence N        text and subtitles: show each result's confidence, 0 to\n"
+           "                        100, and put the words below N in brackets\n"
            "  --realtime            play the audio at its own pace, as a microphone would; text\n"
            "                        on a terminal then shows the current partial result\n"
            "  --raw RATE:CHANNELS   the input is raw signed 16-bit little-endian PCM; without\n"
            "                        it, standard input without a header is read as 48000:2\n"
            "  --format FORMAT       text, json (one line per event), srt or vtt (subtitles)\n"
-           "  -o FILE               write the output of the one input to FILE\n"
-           "  --output-dir DIR      write the output of each input to DIR/NAME.txt|json|srt|vtt\n"
+           "  -o FILE               write the output of the one input to FILE ('-': standard\n"
+           "                        output); an input is never written over\n"
+           "  --output-dir DIR      write the output of each input to DIR/NAME.txt|json|srt|vtt,\n"
+           "                        creating DIR; NAME keeps its extension when two inputs\n"
+           "                        share a name without it\n"
+           "  --wait-busy           when the engine is busy, wait until it is free and try\n"
+           "                        again, once\n"
            "  --no-progress         no progress bar on a terminal\n"
            "  --dump                print the service's state once each input has been heard\n"
            "\n"
@@ -304,8 +331,9 @@ std::string usage() {
            "  -h, --help            show this text\n"
            "  --version             show the version\n"
            "\n"
-           "Exit status: 0 on success, 1 when an input failed, 2 for a usage error, 3 when the\n"
-           "recognition engine is busy, 130 or 143 when stopped by SIGINT or SIGTERM.\n";
+           "Exit status: 0 on success (also when no speech was found), 1 when an input failed\n"
+           "(the engine or the scenario reported a failure too), 2 for a usage error, 3 when\n"
+           "the recognition engine is busy, 130 or 143 when stopped by SIGINT or SIGTERM.\n";
 }
 
 }  // namespace voxa_tool

@@ -36,8 +36,12 @@ struct Options {
     bool realtime = false;
     std::optional<RawFormat> raw;
     Format format = Format::Text;
-    std::string outputFile;  // -o: the one input's output; empty: standard output
+    std::string outputFile;  // -o: the one input's output; empty or "-": standard output
     std::string outputDir;   // --output-dir: one file per input; empty: none
+    // The file each input's output goes to, in the order of `files`; empty: standard output.
+    std::vector<std::string> outputs;
+    bool waitBusy = false;   // wait once for a busy engine to be free, then try again
+    int32_t markBelow = -1;  // --confidence: show confidences, mark words below this; -1: not
     bool verbose = false;
     bool progress = true;
     bool dump = false;    // print the service's dump once the input has been heard
@@ -49,10 +53,6 @@ struct Options {
 // defaults above with `library` and `model` set to the build's own. A failure is a usage error
 // that says what is wrong.
 Status parseOptions(const std::vector<std::string>& args, Options* options);
-
-// The file under --output-dir that holds the output of `input`: its name without directory and
-// extension, with the format's extension.
-std::string outputPath(const Options& options, const std::string& input);
 
 // The text of `voxa --help`.
 std::string usage();

@@ -42,8 +42,4 @@ bool SessionEvents::next(std::chrono::milliseconds timeout, SessionEvent* event)
     return true;
 }
 
-ndk::ScopedAStatus GlobalCallback::onResourcesAvailable() {
-    return ndk::ScopedAStatus::ok();
-}
-
 }  // namespace voxa_tool

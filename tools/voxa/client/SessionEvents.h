@@ -1,12 +1,12 @@
 // What a session's main thread waits for, in one queue: the service's callbacks, the host part's
-// news that the input has ended, and a signal asking the program to stop. The service calls the
+// news that the input has ended, a signal asking the program to stop, and the news that the
+// engine is free again (GlobalCallback.h). The service calls the
 // callbacks on the engine's thread while it holds the session's lock, so they only queue what
 // they are given and never call back into IVoxa (that would deadlock on a device too).
 #ifndef VOXA_TOOL_SESSION_EVENTS_H
 #define VOXA_TOOL_SESSION_EVENTS_H
 
 #include <aidl/vendor/orbo/hardware/voxa/BnVoxaCallback.h>
-#include <aidl/vendor/orbo/hardware/voxa/BnVoxaGlobalCallback.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -19,13 +19,14 @@
 
 namespace voxa_tool {
 
-// Exactly one of the optional members is set.
+// Exactly one of the members below `handle` is set.
 struct SessionEvent {
     int32_t handle = -1;
     std::optional<aidl::vendor::orbo::hardware::voxa::VoxaEvent> asr;
     std::optional<aidl::vendor::orbo::hardware::voxa::SpeakerDiarizationEvent> sdz;
     std::optional<InputEnd> inputEnded;
     std::optional<int> signal;  // SIGINT or SIGTERM
+    bool resourcesAvailable = false;
 };
 
 // A session's IVoxaCallback and the queue of everything its main thread waits for.
@@ -47,14 +48,6 @@ class SessionEvents : public aidl::vendor::orbo::hardware::voxa::BnVoxaCallback 
     std::mutex mLock;
     std::condition_variable mArrived;
     std::deque<SessionEvent> mQueue;  // guarded by mLock
-};
-
-// The client's IVoxaGlobalCallback. Registering it makes the service watch this client for death,
-// as on a device. The program opens one session at a time and releases it before the next, so
-// the news that the engine is free again needs no action.
-class GlobalCallback : public aidl::vendor::orbo::hardware::voxa::BnVoxaGlobalCallback {
-  public:
-    ndk::ScopedAStatus onResourcesAvailable() override;
 };
 
 }  // namespace voxa_tool

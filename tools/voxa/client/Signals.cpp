@@ -13,6 +13,7 @@ namespace {
 
 std::mutex gLock;
 std::function<bool(int)> gHandler;  // guarded by gLock
+std::string gFileToRemove;          // guarded by gLock
 
 sigset_t stopSignals() {
     sigset_t set;
@@ -37,8 +38,13 @@ void watchSignals() {
                 std::lock_guard<std::mutex> lock(gLock);
                 handler = gHandler;
             }
-            if (!first || handler == nullptr || !handler(signal)) _exit(128 + signal);
-            first = false;
+            if (first && handler != nullptr && handler(signal)) {
+                first = false;
+                continue;
+            }
+            std::lock_guard<std::mutex> lock(gLock);
+            if (!gFileToRemove.empty()) unlink(gFileToRemove.c_str());
+            _exit(128 + signal);
         }
     }).detach();
 }
@@ -46,6 +52,11 @@ void watchSignals() {
 void setSignalHandler(std::function<bool(int)> handler) {
     std::lock_guard<std::mutex> lock(gLock);
     gHandler = std::move(handler);
+}
+
+void removeOnSignal(const std::string& path) {
+    std::lock_guard<std::mutex> lock(gLock);
+    gFileToRemove = path;
 }
 
 }  // namespace voxa_tool

@@ -5,6 +5,7 @@
 #define VOXA_TOOL_SIGNALS_H
 
 #include <functional>
+#include <string>
 
 namespace voxa_tool {
 
@@ -16,6 +17,10 @@ void watchSignals();
 // Sets the function that the first signal is given to (with its number, on the watching
 // thread); it returns whether it takes the signal. Null: none. Thread-safe.
 void setSignalHandler(std::function<bool(int)> handler);
+
+// Names the file to remove when a signal ends the process at once: one the program is writing
+// and would otherwise leave half-written. Empty: none. Thread-safe.
+void removeOnSignal(const std::string& path);
 
 }  // namespace voxa_tool
 

@@ -34,8 +34,11 @@ namespace {
 
 // How often the progress bar moves while the audio plays at its own pace.
 constexpr std::chrono::milliseconds kProgressInterval(100);
-// How long a forced result may take to come after a stop signal.
-constexpr std::chrono::milliseconds kForcedResultWait(3000);
+// How long a forced result may take to come after a stop signal, so that the program ends within
+// 3 s of it.
+constexpr std::chrono::milliseconds kForcedResultWait(2500);
+constexpr char kBusy[] =
+        "the recognition engine is busy with another session (RESOURCE_CONTENTION)";
 constexpr auto kForever = std::chrono::milliseconds(-1);
 
 LanguageCode languageCode(const std::string& code) {
@@ -108,7 +111,7 @@ Transcriber::Transcriber(std::shared_ptr<aidl::vendor::orbo::hardware::voxa::IVo
       mProgress(progress),
       mErr(err),
       mEvents(ndk::SharedRefBase::make<SessionEvents>()),
-      mGlobalCallback(ndk::SharedRefBase::make<GlobalCallback>()) {}
+      mGlobalCallback(ndk::SharedRefBase::make<GlobalCallback>(mEvents)) {}
 
 Status Transcriber::run(const Options& options, Output* output) {
     ndk::ScopedAStatus registered = mService->registerGlobalCallback(mGlobalCallback);
@@ -133,7 +136,7 @@ Status Transcriber::run(const Options& options, Output* output) {
             break;
         }
         if (!status.isOk()) {
-            note(status.message());
+            if (!status.message().empty()) note(status.message());
             worst = Status::failure("");
         }
     }
@@ -151,12 +154,14 @@ Status Transcriber::transcribe(const Options& options, size_t index, Output* out
     Status status = mHost->openInput({file, options.raw, options.realtime}, &info);
     if (!status.isOk()) return status;
     if (!info.note.empty()) note(info.note);
+    mHeard = Heard();
+    mHeard.input = info.name;
 
     // A session of its own for each input: the recogniser adapts to what its stream has heard,
     // and a transcript should not depend on the inputs before it.
     int32_t handle = -1;
     if (!info.empty) {
-        status = openSession(options.model, &handle);
+        status = openSession(options, &handle);
         if (!status.isOk()) {
             *fatal = true;
             mHost->closeInput();
@@ -170,44 +175,75 @@ Status Transcriber::transcribe(const Options& options, size_t index, Output* out
         return status;
     }
 
-    bool heardSpeech = false;
     std::optional<InputEnd> end;
     if (!info.empty) {
         mProgress->reset(info.durationMs);
-        mPositionMs = 0;
-        ndk::ScopedAStatus started = mService->startListening(handle, makeConfig(options));
-        if (started.isOk()) {
+        status = startSession(handle, options);
+        if (status.isOk()) {
             mProgress->update(0);
-            end = listen(handle, options, output->formatter(), &heardSpeech, &started);
-            if (!started.isOk()) {
-                status = Status::failure("stopListening failed (" + errorName(started) + ")");
+            ndk::ScopedAStatus stopped;
+            end = listen(handle, options, output->formatter(), &stopped);
+            if (!stopped.isOk()) {
+                status = Status::failure("stopListening failed (" + errorName(stopped) + ")");
             }
-        } else {
-            status = Status::failure(startFailure(started, options));
         }
         mProgress->hide();
         // Every result that came before the stop is written.
         SessionEvent event;
         while (mEvents->next(std::chrono::milliseconds(0), &event)) {
-            deliver(event, output->formatter(), &heardSpeech);
+            deliver(event, options, output->formatter());
         }
         ndk::ScopedAStatus released = mService->releaseSession(handle);
         if (status.isOk() && !released.isOk()) {
             status = Status::failure("releaseSession failed (" + errorName(released) + ")");
         }
     }
-    output->end(status.isOk());
+    *fatal = status.exitCode() == kExitBusy;
+    if (status.isOk() && end && !end->error.empty()) status = Status::failure(end->error);
+    if (status.isOk() && mHeard.failure) status = Status::failure("");
+    if (status.isOk() && mHeard.withoutTimes &&
+        (options.format == Format::Srt || options.format == Format::Vtt)) {
+        status = Status::failure(info.name + ": results without times cannot be subtitles");
+    }
+    Status written = output->end(status.isOk());
     mHost->closeInput();
     if (!status.isOk()) return status;
+    if (!written.isOk()) return written;
 
-    if (info.empty || (end && !heardSpeech)) note(info.name + ": no speech found");
+    if (info.empty || (end && !mHeard.speech)) {
+        note(info.name + ": no speech found" +
+             (options.threshold > 0 ? " at a confidence of " + std::to_string(options.threshold) +
+                                              " or more (--threshold)"
+                                    : ""));
+    }
     if (end && end->endMs >= 0 && end->declaredMs > end->endMs) {
         note(info.name + ": ends at " + seconds(end->endMs) + " of " + seconds(end->declaredMs));
     }
     return Status::ok();
 }
 
-Status Transcriber::openSession(const std::string& modelPath, int32_t* handle) {
+bool Transcriber::waitUntilFree(const Options& options) {
+    if (!options.waitBusy) return false;
+    note("the recognition engine is busy with another session; waiting until it is free");
+    SessionEvent event;
+    while (mEvents->next(kForever, &event) && !event.resourcesAvailable) {
+    }
+    return true;
+}
+
+Status Transcriber::openSession(const Options& options, int32_t* handle) {
+    // News that came before says nothing of an engine found busy now.
+    SessionEvent stale;
+    while (mEvents->next(std::chrono::milliseconds(0), &stale)) {
+    }
+    Status status = initSession(options.model, handle);
+    if (status.exitCode() == kExitBusy && waitUntilFree(options)) {
+        status = initSession(options.model, handle);
+    }
+    return status;
+}
+
+Status Transcriber::initSession(const std::string& modelPath, int32_t* handle) {
     const int fd = open(modelPath.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
         return Status::failure("cannot open the model image " + modelPath + ": " +
@@ -224,10 +260,7 @@ Status Transcriber::openSession(const std::string& modelPath, int32_t* handle) {
     model.dataSize = static_cast<int32_t>(std::min<off_t>(info.st_size, INT32_MAX));
 
     ndk::ScopedAStatus status = mService->initSession(model, mEvents, handle);
-    if (isServiceError(status, ServiceError::RESOURCE_CONTENTION)) {
-        return Status::busy(
-                "the recognition engine is busy with another session (RESOURCE_CONTENTION)");
-    }
+    if (isServiceError(status, ServiceError::RESOURCE_CONTENTION)) return Status::busy(kBusy);
     if (!status.isOk()) {
         return Status::failure("the service could not open a session with the model image " +
                                modelPath + " (" + errorName(status) + ")");
@@ -235,9 +268,17 @@ Status Transcriber::openSession(const std::string& modelPath, int32_t* handle) {
     return Status::ok();
 }
 
+Status Transcriber::startSession(int32_t handle, const Options& options) {
+    const VoxaConfig config = makeConfig(options);
+    ndk::ScopedAStatus status = mService->startListening(handle, config);
+    if (isServiceError(status, ServiceError::RESOURCE_CONTENTION) && waitUntilFree(options)) {
+        status = mService->startListening(handle, config);
+    }
+    return status.isOk() ? Status::ok() : startFailure(status, options);
+}
+
 std::optional<InputEnd> Transcriber::listen(int32_t handle, const Options& options,
-                                            Formatter& formatter, bool* heardSpeech,
-                                            ndk::ScopedAStatus* stopped) {
+                                            Formatter& formatter, ndk::ScopedAStatus* stopped) {
     std::thread waiter([this] {
         SessionEvent event;
         event.inputEnded = mHost->waitUntilInputEnds();
@@ -257,11 +298,11 @@ std::optional<InputEnd> Transcriber::listen(int32_t handle, const Options& optio
         }
         if (!mEvents->next(timeout, &event)) {
             if (options.realtime) {
-                mPositionMs = std::max<int64_t>(
-                        mPositionMs, std::chrono::duration_cast<std::chrono::milliseconds>(
-                                             std::chrono::steady_clock::now() - start)
-                                             .count());
-                mProgress->update(mPositionMs);
+                mHeard.positionMs = std::max<int64_t>(
+                        mHeard.positionMs, std::chrono::duration_cast<std::chrono::milliseconds>(
+                                                   std::chrono::steady_clock::now() - start)
+                                                   .count());
+                mProgress->update(mHeard.positionMs);
             }
             continue;
         }
@@ -278,7 +319,7 @@ std::optional<InputEnd> Transcriber::listen(int32_t handle, const Options& optio
             forcedBy = std::chrono::steady_clock::now() + kForcedResultWait;
             continue;
         }
-        deliver(event, formatter, heardSpeech);
+        deliver(event, options, formatter);
         if (forcedBy && event.asr && isFinal(*event.asr)) break;
     }
     mListening = false;
@@ -293,7 +334,7 @@ std::optional<InputEnd> Transcriber::listen(int32_t handle, const Options& optio
     return end;
 }
 
-std::string Transcriber::startFailure(const ndk::ScopedAStatus& status, const Options& options) {
+Status Transcriber::startFailure(const ndk::ScopedAStatus& status, const Options& options) {
     const std::string name = errorName(status);
     if (isServiceError(status, ServiceError::OPERATION_NOT_SUPPORTED)) {
         // What was asked that the engine does not claim to handle; a host part that claims
@@ -316,31 +357,42 @@ std::string Transcriber::startFailure(const ndk::ScopedAStatus& status, const Op
         for (size_t i = 0; i < asked.size(); ++i) {
             what += (i == 0 ? "" : i + 1 == asked.size() ? " or " : ", ") + asked[i];
         }
-        return "the recognition engine does not support " +
-               (what.empty() ? std::string("this configuration") : what) + " (" + name + ")";
+        return Status::failure("the recognition engine does not support " +
+                               (what.empty() ? std::string("this configuration") : what) + " (" +
+                               name + ")");
     }
-    return "startListening failed (" + name + ")";
+    if (isServiceError(status, ServiceError::RESOURCE_CONTENTION)) return Status::busy(kBusy);
+    return Status::failure("startListening failed (" + name + ")");
 }
 
-void Transcriber::deliver(const SessionEvent& event, Formatter& formatter, bool* heardSpeech) {
+void Transcriber::deliver(const SessionEvent& event, const Options& options, Formatter& formatter) {
     if (!event.asr && !event.sdz) return;
     mProgress->hide();
-    if (event.asr) {
-        formatter.asrEvent(event.handle, *event.asr);
-        for (const auto& result : event.asr->timestamp_events.value_or(
-                     std::vector<std::optional<VoxaEvent::EventTS>>{})) {
-            if (!result || !result->flag) continue;
-            mPositionMs = std::max(mPositionMs, result->end_ts);
-            *heardSpeech = *heardSpeech || !result->text.empty();
-        }
-        for (const auto& result :
-             event.asr->events.value_or(std::vector<std::optional<VoxaEvent::Event>>{})) {
-            *heardSpeech = *heardSpeech || (result && result->flag && !result->text.empty());
-        }
-    } else {
+    if (event.sdz) {
         formatter.sdzEvent(event.handle, *event.sdz);
+    } else {
+        formatter.asrEvent(event.handle, *event.asr);
+        const std::vector<Result> results = resultsOf(*event.asr);
+        if (event.asr->status != 0 && !mHeard.failure) {
+            mHeard.failure = true;
+            // The engine's second text may say what failed.
+            const std::string why = results.empty() ? "" : results.front().auxText;
+            note(mHeard.input + ": the recognition engine reported a failure (status " +
+                 std::to_string(event.asr->status) + ")" + (why.empty() ? "" : ": " + why));
+        }
+        for (const Result& result : results) {
+            if (!result.final) continue;
+            mHeard.speech = mHeard.speech || !result.text.empty();
+            if (result.endMs) mHeard.positionMs = std::max(mHeard.positionMs, *result.endMs);
+            if (!result.startMs && !result.text.empty() && !mHeard.withoutTimes) {
+                mHeard.withoutTimes = true;
+                if (options.diarize) {
+                    note(mHeard.input + ": results without times cannot be given a speaker");
+                }
+            }
+        }
     }
-    mProgress->update(mPositionMs);
+    mProgress->update(mHeard.positionMs);
 }
 
 void Transcriber::note(const std::string& text) {

@@ -14,6 +14,7 @@
 #include <ostream>
 #include <string>
 
+#include "GlobalCallback.h"
 #include "Host.h"
 #include "Options.h"
 #include "Output.h"
@@ -39,25 +40,44 @@ class Transcriber {
                 Progress* progress, std::ostream& err);
 
     // Registers the global callback and transcribes `options.files` with `options.model`. An
-    // input that fails is reported and the next one goes on; a failure that every input would
-    // meet (the model, a busy engine) ends the run. SIGINT or SIGTERM (Signals.h) ends the
-    // input in progress with what the engine has heard of it and then the run. Every session is
-    // released before this returns. Returns ok when every input succeeded; else the failure that
-    // ended the run, a failure with no message when inputs failed (they were reported), or the
-    // signal's status.
+    // input that fails (also through a failure result of the engine, or a scenario that could
+    // not be played) is reported and the next one goes on; a failure that every input would meet
+    // (the model, a busy engine) ends the run. With `options.waitBusy` a busy engine is waited
+    // for until the service says it is free, then asked once more. SIGINT or SIGTERM (Signals.h)
+    // ends the input in progress with what the engine has heard of it and then the run. Every
+    // session is released before this returns. Returns ok when every input succeeded; else the
+    // failure that ended the run, a failure with no message when inputs failed (they were
+    // reported), or the signal's status.
     Status run(const Options& options, Output* output);
 
   private:
+    // What the results of the input in progress have shown.
+    struct Heard {
+        std::string input;          // its name, for notes
+        bool speech = false;        // a final result with words
+        bool failure = false;       // a result of a failed recognition (noted when it came)
+        bool withoutTimes = false;  // a final result without times
+        int64_t positionMs = 0;     // how far into the input the results have come
+    };
+
     Status transcribe(const Options& options, size_t index, Output* output, bool* fatal);
-    Status openSession(const std::string& modelPath, int32_t* handle);
+    // Opens a session with the model, or with options.waitBusy waits for a busy engine to be
+    // free and tries once more.
+    Status openSession(const Options& options, int32_t* handle);
+    Status initSession(const std::string& modelPath, int32_t* handle);
+    // Starts the session, waiting for a busy engine as openSession does.
+    Status startSession(int32_t handle, const Options& options);
+    // With options.waitBusy, waits for the service's news that the engine is free and returns
+    // true; else returns false.
+    bool waitUntilFree(const Options& options);
     // Runs the started session until its input ends or a signal comes, then stops it and sets
     // `*stopped` to stopListening's status. Returns how the input ended, or nothing after a
     // signal.
     std::optional<InputEnd> listen(int32_t handle, const Options& options, Formatter& formatter,
-                                   bool* heardSpeech, ndk::ScopedAStatus* stopped);
+                                   ndk::ScopedAStatus* stopped);
     // Explains a refused startListening in terms of what `options` asked for.
-    std::string startFailure(const ndk::ScopedAStatus& status, const Options& options);
-    void deliver(const SessionEvent& event, Formatter& formatter, bool* heardSpeech);
+    Status startFailure(const ndk::ScopedAStatus& status, const Options& options);
+    void deliver(const SessionEvent& event, const Options& options, Formatter& formatter);
     void note(const std::string& text);
 
     const std::shared_ptr<aidl::vendor::orbo::hardware::voxa::IVoxa> mService;
@@ -70,7 +90,7 @@ class Transcriber {
     const std::shared_ptr<GlobalCallback> mGlobalCallback;
     std::atomic<bool> mListening{false};  // a session is in listen()
     std::atomic<int> mSignal{0};          // the stop signal taken, or 0
-    int64_t mPositionMs = 0;              // how far into the input the results have come
+    Heard mHeard;
 };
 
 }  // namespace voxa_tool

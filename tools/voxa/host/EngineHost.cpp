@@ -79,12 +79,16 @@ Status EngineHost::openInput(const InputRequest& request, InputInfo* info) {
 
 InputEnd EngineHost::waitUntilInputEnds() {
     pal_engine::waitUntilDone(std::chrono::milliseconds(-1));
+    InputEnd end;
     if (mFeed == nullptr) {
-        return {toMs(mFile.frames, mFile.rate), toMs(mFile.declaredFrames, mFile.rate)};
+        end.endMs = toMs(mFile.frames, mFile.rate);
+        end.declaredMs = toMs(mFile.declaredFrames, mFile.rate);
+    } else {
+        const SoundFacts& facts = mFeed->facts();
+        end.endMs = mFeed->ended() ? toMs(mFeed->framesRead(), facts.rate) : -1;
+        end.declaredMs = toMs(facts.declaredFrames, facts.rate);
     }
-    const SoundFacts& facts = mFeed->facts();
-    return {mFeed->ended() ? toMs(mFeed->framesRead(), facts.rate) : -1,
-            toMs(facts.declaredFrames, facts.rate)};
+    return end;
 }
 
 void EngineHost::closeInput() {

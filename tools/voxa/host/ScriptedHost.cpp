@@ -1,9 +1,9 @@
 #include "ScriptedHost.h"
 
 #include <pal/pal_scripted.h>
+#include <unistd.h>
 
-#include <chrono>
-
+#include "InputFile.h"
 #include "ServiceLoader.h"
 
 namespace voxa_tool {
@@ -18,21 +18,28 @@ std::string ScriptedHost::engineUuid() {
 }
 
 Status ScriptedHost::openInput(const InputRequest& request, InputInfo* info) {
-    if (request.path == kStandardInput)
+    if (request.path == kStandardInput) {
         return Status::usage("replay reads its scenario from a file");
-    const std::string error = pal_scripted::loadScenarioFile(request.path);
+    }
+    int fd = -1;
+    Status status = openInputFile(request.path, &fd);
+    if (!status.isOk()) return status;
+    std::string text;
+    char buffer[65536];
+    ssize_t count;
+    while ((count = read(fd, buffer, sizeof(buffer))) > 0) text.append(buffer, count);
+    close(fd);
+    if (count < 0) return Status::failure("cannot read " + request.path);
+    const std::string error = pal_scripted::loadScenario(text, request.path);
     if (!error.empty()) return Status::failure(error);
     info->name = request.path;
     return Status::ok();
 }
 
 InputEnd ScriptedHost::waitUntilInputEnds() {
-    std::string error;
-    if (pal_scripted::waitUntilPlayed(std::chrono::milliseconds(-1), &error) != 0 &&
-        !error.empty()) {
-        mErr << "voxa: " << error << "\n";
-    }
-    return InputEnd();
+    InputEnd end;
+    pal_scripted::waitUntilPlayedOrStopped(&end.error);
+    return end;
 }
 
 }  // namespace voxa_tool

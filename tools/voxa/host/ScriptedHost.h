@@ -1,11 +1,10 @@
 // The host part of `voxa replay` on the scripted engine (host/pal/scripted): the voxa-replay
 // executable links the scripted engine and exports its PAL functions for libvoxa.so to bind to.
 // A session's input is a scenario, which starts playing when the input is opened and has ended
-// once it has played.
+// once it has played, or once the client has stopped listening.
 #ifndef VOXA_TOOL_SCRIPTED_HOST_H
 #define VOXA_TOOL_SCRIPTED_HOST_H
 
-#include <ostream>
 #include <string>
 
 #include "Host.h"
@@ -14,9 +13,6 @@ namespace voxa_tool {
 
 class ScriptedHost : public Host {
   public:
-    // A scenario that cannot be played to its end is reported on `err`.
-    explicit ScriptedHost(std::ostream& err) : mErr(err) {}
-
     Status startService(const std::string& library) override;
     std::string engineUuid() override;
     // The scenario decides what the engine accepts: no language is claimed.
@@ -24,9 +20,6 @@ class ScriptedHost : public Host {
     Status openInput(const InputRequest& request, InputInfo* info) override;
     InputEnd waitUntilInputEnds() override;
     void closeInput() override {}
-
-  private:
-    std::ostream& mErr;
 };
 
 }  // namespace voxa_tool

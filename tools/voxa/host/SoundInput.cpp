@@ -15,6 +15,8 @@
 #include <cstring>
 #include <vector>
 
+#include "InputFile.h"
+
 namespace voxa_tool {
 
 namespace {
@@ -274,14 +276,9 @@ class DeviceFeed::Source {
 };
 
 Status probeSoundFile(const std::string& path, const SoundLimits& limits, SoundFacts* facts) {
-    struct stat info;
-    if (stat(path.c_str(), &info) != 0) {
-        return Status::failure("cannot open " + path + ": " + std::strerror(errno));
-    }
-    if (S_ISDIR(info.st_mode))
-        return Status::failure("cannot read " + path + ": it is a directory");
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return Status::failure("cannot read " + path + ": " + std::strerror(errno));
+    int fd = -1;
+    Status opened = openInputFile(path, &fd);
+    if (!opened.isOk()) return opened;
     *facts = SoundFacts();
     ByteStream stream(fd, -1);
     SF_VIRTUAL_IO io = streamIo();

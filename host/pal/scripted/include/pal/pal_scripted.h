@@ -13,7 +13,7 @@
  * except when called from inside that callback, and no callback of the stream follows it.
  *
  * Thread safety: every function may be called from any thread, concurrently with the PAL
- * functions; waitUntilPlayed not from inside a callback of this library (it would wait on itself).
+ * functions; the waits not from inside a callback of this library (it would wait on itself).
  */
 #ifndef PAL_SCRIPTED_H
 #define PAL_SCRIPTED_H
@@ -43,6 +43,10 @@ std::string loadScenario(const std::string& text, const std::string& name);
 // registered), and then sets `*error`, when not null, to "<name>:<line>: <reason>". The scenario
 // stops at such a step.
 int32_t waitUntilPlayed(std::chrono::milliseconds timeout, std::string* error = nullptr);
+
+// As waitUntilPlayed without a time limit, but returns 0 as well once a stream started since the
+// load has been stopped: its client is done listening, whatever the scenario still holds.
+int32_t waitUntilPlayedOrStopped(std::string* error = nullptr);
 
 // The scripted engine's implementations of the six PAL functions, with pal_api.h's signatures and
 // contracts. An executable whose only PAL is the scripted engine links pal_scripted_pal, which
