@@ -7,6 +7,7 @@
 #include <map>
 #include <utility>
 
+#include "Fields.h"
 #include "Json.h"
 
 namespace pal_scripted {
@@ -43,173 +44,6 @@ const std::map<std::string, uint32_t>& paramsByName() {
             {"force_output", PAL_PARAM_ID_ASR_FORCE_OUTPUT}};
     return params;
 }
-
-// The members of one JSON object, taken by name. Each getter leaves its output alone when the key
-// is absent and returns false, with `error` set, when the value is of the wrong type or range.
-// finish() then refuses the keys that no getter asked for, which catches misspelt keys.
-class Fields {
-  public:
-    Fields(const JsonValue& object, std::string where)
-        : mObject(object), mWhere(std::move(where)) {}
-
-    std::string error;
-
-    bool has(const char* key) const { return find(key) != nullptr; }
-
-    // An engine never ends a span before it starts: such times are a mistake in the scenario.
-    bool ordered(int64_t startMs, int64_t endMs) {
-        if (endMs >= startMs) return true;
-        error = mWhere + "\"end_ms\" " + std::to_string(endMs) + " is before \"start_ms\" " +
-                std::to_string(startMs);
-        return false;
-    }
-
-    bool integer(const char* key, int64_t min, int64_t max, int64_t* out) {
-        const JsonValue* value = take(key);
-        if (value == nullptr) return true;
-        if (value->type != JsonValue::Type::Integer || value->integer < min ||
-            value->integer > max) {
-            return fail(key,
-                        "an integer from " + std::to_string(min) + " to " + std::to_string(max));
-        }
-        *out = value->integer;
-        return true;
-    }
-
-    template <typename T>
-    bool integer(const char* key, T* out) {
-        int64_t value = *out;
-        bool ok =
-                integer(key, std::numeric_limits<T>::min(), std::numeric_limits<T>::max(), &value);
-        *out = static_cast<T>(value);
-        return ok;
-    }
-
-    bool boolean(const char* key, bool* out) {
-        const JsonValue* value = take(key);
-        if (value == nullptr) return true;
-        if (value->type != JsonValue::Type::Bool) return fail(key, "true or false");
-        *out = value->boolean;
-        return true;
-    }
-
-    bool string(const char* key, std::string* out) {
-        const JsonValue* value = take(key);
-        if (value == nullptr) return true;
-        if (value->type != JsonValue::Type::String) return fail(key, "a string");
-        *out = value->string;
-        return true;
-    }
-
-    // A text for a NUL-terminated field of `fieldSize` bytes.
-    bool text(const char* key, size_t fieldSize, std::string* out) {
-        const JsonValue* value = take(key);
-        if (value == nullptr) return true;
-        if (value->type != JsonValue::Type::String || value->string.size() >= fieldSize ||
-            value->string.find('\0') != std::string::npos) {
-            return fail(key, "a string of at most " + std::to_string(fieldSize - 1) +
-                                     " bytes without NUL");
-        }
-        *out = value->string;
-        return true;
-    }
-
-    bool bytes(const char* key, std::vector<uint8_t>* out) {
-        const JsonValue* value = take(key);
-        if (value == nullptr) return true;
-        bool ok = value->type == JsonValue::Type::Array && value->items.size() <= kMaxDataBytes;
-        for (size_t i = 0; ok && i < value->items.size(); ++i) {
-            const JsonValue& item = value->items[i];
-            ok = item.type == JsonValue::Type::Integer && item.integer >= 0 && item.integer <= 255;
-            if (ok) out->push_back(static_cast<uint8_t>(item.integer));
-        }
-        if (!ok) {
-            return fail(key, "an array of at most " + std::to_string(kMaxDataBytes) +
-                                     " integers from 0 to 255");
-        }
-        return true;
-    }
-
-    // The objects of an array, each read by `read(fields)`; "key[i]" names them in messages.
-    template <typename Read>
-    bool objects(const char* key, size_t max, Read read) {
-        const JsonValue* value = take(key);
-        if (value == nullptr) return true;
-        if (value->type != JsonValue::Type::Array || value->items.size() > max) {
-            return fail(key, "an array of at most " + std::to_string(max) + " objects");
-        }
-        for (size_t i = 0; i < value->items.size(); ++i) {
-            std::string where = mWhere + key + "[" + std::to_string(i) + "]: ";
-            if (value->items[i].type != JsonValue::Type::Object) {
-                error = where + "expected an object";
-                return false;
-            }
-            Fields fields(value->items[i], where);
-            if (!read(fields) || !fields.finish()) {
-                error = fields.error;
-                return false;
-            }
-        }
-        return true;
-    }
-
-    // One of `names`, or with `numbers` also the number itself.
-    bool name(const char* key, const std::map<std::string, uint32_t>& names, bool numbers,
-              uint32_t* out) {
-        const JsonValue* value = take(key);
-        if (value == nullptr) return true;
-        if (value->type == JsonValue::Type::String && names.count(value->string) != 0) {
-            *out = names.at(value->string);
-            return true;
-        }
-        if (numbers && value->type == JsonValue::Type::Integer && value->integer >= 0 &&
-            value->integer < kUint32Max) {
-            *out = static_cast<uint32_t>(value->integer);
-            return true;
-        }
-        std::string known;
-        for (const auto& entry : names) known += (known.empty() ? "" : ", ") + entry.first;
-        return fail(key, "one of " + known + (numbers ? ", or a number" : ""));
-    }
-
-    bool require(const char* key) {
-        if (has(key)) return true;
-        error = mWhere + "\"" + key + "\" is missing";
-        return false;
-    }
-
-    bool finish() {
-        for (const auto& member : mObject.members) {
-            if (mTaken.count(member.first) == 0) {
-                error = mWhere + "unknown key \"" + member.first + "\"";
-                return false;
-            }
-        }
-        return true;
-    }
-
-  private:
-    const JsonValue* find(const char* key) const {
-        for (const auto& member : mObject.members) {
-            if (member.first == key) return &member.second;
-        }
-        return nullptr;
-    }
-
-    const JsonValue* take(const char* key) {
-        mTaken[key] = true;
-        return find(key);
-    }
-
-    bool fail(const char* key, const std::string& expected) {
-        error = mWhere + "\"" + key + "\" must be " + expected;
-        return false;
-    }
-
-    const JsonValue& mObject;
-    const std::string mWhere;
-    std::map<std::string, bool> mTaken;
-};
 
 // A zeroed payload of `size` bytes that fields are written into at their offsets.
 class Payload {
@@ -252,7 +86,7 @@ struct Result {
         return fields.boolean("final", &final) && fields.integer("confidence", &confidence) &&
                fields.text("text", PAL_ASR_TEXT_SIZE, &text) &&
                fields.text("aux_text", PAL_ASR_AUX_TEXT_SIZE, &auxText) &&
-               fields.integer("status", &status) && fields.bytes("data", &data);
+               fields.integer("status", &status) && fields.bytes("data", kMaxDataBytes, &data);
     }
 };
 

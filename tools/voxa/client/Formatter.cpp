@@ -10,8 +10,6 @@
 
 namespace voxa_tool {
 
-using aidl::vendor::orbo::hardware::voxa::VoxaEvent;
-
 std::unique_ptr<Formatter> makeFormatter(const FormatSettings& settings, std::ostream& out) {
     std::unique_ptr<Formatter> formatter;
     switch (settings.format) {
@@ -30,28 +28,36 @@ std::unique_ptr<Formatter> makeFormatter(const FormatSettings& settings, std::os
     return formatter;
 }
 
+void Formatter::sdzEvent(int32_t, const SpeakerDiarizationEvent& event) {
+    mSpeakers.add(event);
+}
+
+namespace {
+
+// What the two kinds of result share.
+template <typename Event>
+Result resultOf(const Event& event) {
+    Result result;
+    result.final = event.flag;
+    result.confidence = event.value;
+    result.text = event.text;
+    result.auxText = event.aux_text;
+    result.data.assign(event.data.begin(), event.data.end());
+    return result;
+}
+
+}  // namespace
+
 std::vector<Result> resultsOf(const VoxaEvent& event) {
     std::vector<Result> results;
     for (const auto& plain :
          event.events.value_or(std::vector<std::optional<VoxaEvent::Event>>{})) {
-        if (!plain) continue;
-        Result result;
-        result.final = plain->flag;
-        result.confidence = plain->value;
-        result.text = plain->text;
-        result.auxText = plain->aux_text;
-        result.data.assign(plain->data.begin(), plain->data.end());
-        results.push_back(std::move(result));
+        if (plain) results.push_back(resultOf(*plain));
     }
     for (const auto& timed :
          event.timestamp_events.value_or(std::vector<std::optional<VoxaEvent::EventTS>>{})) {
         if (!timed) continue;
-        Result result;
-        result.final = timed->flag;
-        result.confidence = timed->value;
-        result.text = timed->text;
-        result.auxText = timed->aux_text;
-        result.data.assign(timed->data.begin(), timed->data.end());
+        Result result = resultOf(*timed);
         result.startMs = timed->start_ts;
         result.endMs = timed->end_ts;
         result.words = timed->words;

@@ -17,8 +17,12 @@
 #include <vector>
 
 #include "Options.h"
+#include "SpeakerTrack.h"
 
 namespace voxa_tool {
+
+using aidl::vendor::orbo::hardware::voxa::SpeakerDiarizationEvent;
+using aidl::vendor::orbo::hardware::voxa::VoxaEvent;
 
 // Used by one thread at a time. Writes to the stream it was made with, which must outlive it.
 class Formatter {
@@ -27,13 +31,22 @@ class Formatter {
     // Comes before the results of the input `name`, the `index`-th (from 0) of `count` inputs
     // written to the same stream.
     virtual void beginFile(const std::string& name, size_t index, size_t count) = 0;
-    virtual void asrEvent(int32_t handle,
-                          const aidl::vendor::orbo::hardware::voxa::VoxaEvent& event) = 0;
-    virtual void sdzEvent(
-            int32_t handle,
-            const aidl::vendor::orbo::hardware::voxa::SpeakerDiarizationEvent& event) = 0;
+    virtual void asrEvent(int32_t handle, const VoxaEvent& event) = 0;
+    // Records who spoke when, for speakerOf; a format that shows the event writes it too.
+    virtual void sdzEvent(int32_t handle, const SpeakerDiarizationEvent& event);
     // Comes after the last result of the input.
     virtual void endFile() {}
+
+  protected:
+    // The speaker of a final result of the input in progress, as the events so far tell.
+    std::optional<int32_t> speakerOf(int64_t startMs, int64_t endMs) const {
+        return mSpeakers.speakerOf(startMs, endMs);
+    }
+    // Forgets the speakers, for the next input.
+    void forgetSpeakers() { mSpeakers = SpeakerTrack(); }
+
+  private:
+    SpeakerTrack mSpeakers;
 };
 
 struct FormatSettings {
@@ -60,10 +73,10 @@ struct Result {
     std::vector<uint8_t> data;
     std::optional<int64_t> startMs;
     std::optional<int64_t> endMs;
-    std::vector<aidl::vendor::orbo::hardware::voxa::VoxaEvent::Word> words;
+    std::vector<VoxaEvent::Word> words;
 };
 
-std::vector<Result> resultsOf(const aidl::vendor::orbo::hardware::voxa::VoxaEvent& event);
+std::vector<Result> resultsOf(const VoxaEvent& event);
 
 // "01:02.345", with hours in front from the first hour on, or always.
 std::string clockTime(int64_t ms, char separator = '.', bool alwaysHours = false);
@@ -72,8 +85,7 @@ std::string secondsText(int64_t ms);
 // "Speaker 2"
 std::string speakerName(int32_t speaker);
 // `word`, in brackets when its confidence is below `settings.markBelow`.
-std::string markedWord(const aidl::vendor::orbo::hardware::voxa::VoxaEvent::Word& word,
-                       const FormatSettings& settings);
+std::string markedWord(const VoxaEvent::Word& word, const FormatSettings& settings);
 
 }  // namespace voxa_tool
 

@@ -6,9 +6,6 @@
 
 namespace voxa_tool {
 
-using aidl::vendor::orbo::hardware::voxa::SpeakerDiarizationEvent;
-using aidl::vendor::orbo::hardware::voxa::VoxaEvent;
-
 namespace {
 
 std::string jsonText(const std::string& text) {
@@ -39,7 +36,7 @@ std::string jsonOptional(const std::optional<Number>& value) {
 
 void JsonFormatter::beginFile(const std::string& name, size_t, size_t) {
     mFile = jsonText(name);
-    mSpeakers = SpeakerTrack();
+    forgetSpeakers();
 }
 
 void JsonFormatter::asrEvent(int32_t handle, const VoxaEvent& event) {
@@ -49,7 +46,7 @@ void JsonFormatter::asrEvent(int32_t handle, const VoxaEvent& event) {
     for (const Result& result : resultsOf(event)) {
         std::optional<int32_t> speaker;
         if (mSettings.diarize && result.final && result.startMs) {
-            speaker = mSpeakers.speakerOf(*result.startMs, *result.endMs);
+            speaker = speakerOf(*result.startMs, *result.endMs);
         }
         mOut << separator << "{\"final\":" << (result.final ? "true" : "false")
              << ",\"confidence\":" << result.confidence << ",\"text\":" << jsonText(result.text)
@@ -74,7 +71,7 @@ void JsonFormatter::asrEvent(int32_t handle, const VoxaEvent& event) {
 }
 
 void JsonFormatter::sdzEvent(int32_t handle, const SpeakerDiarizationEvent& event) {
-    mSpeakers.add(event);
+    Formatter::sdzEvent(handle, event);
     mOut << "{\"file\":" << mFile << ",\"handle\":" << handle
          << ",\"callback\":\"onSdzEvent\",\"speakers\":[";
     const char* separator = "";

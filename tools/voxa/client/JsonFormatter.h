@@ -5,7 +5,6 @@
 #include <string>
 
 #include "Formatter.h"
-#include "SpeakerTrack.h"
 
 namespace voxa_tool {
 
@@ -19,17 +18,13 @@ class JsonFormatter : public Formatter {
         : mSettings(settings), mOut(out) {}
 
     void beginFile(const std::string& name, size_t index, size_t count) override;
-    void asrEvent(int32_t handle,
-                  const aidl::vendor::orbo::hardware::voxa::VoxaEvent& event) override;
-    void sdzEvent(
-            int32_t handle,
-            const aidl::vendor::orbo::hardware::voxa::SpeakerDiarizationEvent& event) override;
+    void asrEvent(int32_t handle, const VoxaEvent& event) override;
+    void sdzEvent(int32_t handle, const SpeakerDiarizationEvent& event) override;
 
   private:
     const FormatSettings mSettings;
     std::ostream& mOut;
     std::string mFile;  // as JSON text
-    SpeakerTrack mSpeakers;
 };
 
 }  // namespace voxa_tool

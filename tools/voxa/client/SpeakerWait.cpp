@@ -2,19 +2,15 @@
 
 namespace voxa_tool {
 
-using aidl::vendor::orbo::hardware::voxa::SpeakerDiarizationEvent;
-using aidl::vendor::orbo::hardware::voxa::VoxaEvent;
-
 void SpeakerWait::beginFile(const std::string& name, size_t index, size_t count) {
-    mSpeakers = SpeakerTrack();
+    forgetSpeakers();
     mFormatter->beginFile(name, index, count);
 }
 
 void SpeakerWait::asrEvent(int32_t handle, const VoxaEvent& event) {
     bool labelled = mHeld.empty();
     for (const Result& result : resultsOf(event)) {
-        if (result.final && result.startMs &&
-            !mSpeakers.speakerOf(*result.startMs, *result.endMs)) {
+        if (result.final && result.startMs && !speakerOf(*result.startMs, *result.endMs)) {
             labelled = false;
         }
     }
@@ -26,7 +22,7 @@ void SpeakerWait::asrEvent(int32_t handle, const VoxaEvent& event) {
 }
 
 void SpeakerWait::sdzEvent(int32_t handle, const SpeakerDiarizationEvent& event) {
-    mSpeakers.add(event);
+    Formatter::sdzEvent(handle, event);
     mFormatter->sdzEvent(handle, event);
     release();
 }

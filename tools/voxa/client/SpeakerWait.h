@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "Formatter.h"
-#include "SpeakerTrack.h"
 
 namespace voxa_tool {
 
@@ -18,19 +17,15 @@ class SpeakerWait : public Formatter {
     explicit SpeakerWait(std::unique_ptr<Formatter> formatter) : mFormatter(std::move(formatter)) {}
 
     void beginFile(const std::string& name, size_t index, size_t count) override;
-    void asrEvent(int32_t handle,
-                  const aidl::vendor::orbo::hardware::voxa::VoxaEvent& event) override;
-    void sdzEvent(
-            int32_t handle,
-            const aidl::vendor::orbo::hardware::voxa::SpeakerDiarizationEvent& event) override;
+    void asrEvent(int32_t handle, const VoxaEvent& event) override;
+    void sdzEvent(int32_t handle, const SpeakerDiarizationEvent& event) override;
     void endFile() override;
 
   private:
     void release();
 
     const std::unique_ptr<Formatter> mFormatter;
-    SpeakerTrack mSpeakers;
-    std::deque<std::pair<int32_t, aidl::vendor::orbo::hardware::voxa::VoxaEvent>> mHeld;
+    std::deque<std::pair<int32_t, VoxaEvent>> mHeld;
 };
 
 }  // namespace voxa_tool

@@ -7,8 +7,6 @@
 
 namespace voxa_tool {
 
-using aidl::vendor::orbo::hardware::voxa::VoxaEvent;
-
 namespace {
 
 constexpr size_t kCueLineLength = 42;
@@ -43,14 +41,14 @@ std::string lines(const std::vector<SubtitleFormatter::Word>& words) {
 void SubtitleFormatter::beginFile(const std::string&, size_t, size_t) {
     if (mWebVtt) mOut << "WEBVTT\n\n";
     mCues = 0;
-    mSpeakers = SpeakerTrack();
+    forgetSpeakers();
 }
 
 void SubtitleFormatter::asrEvent(int32_t, const VoxaEvent& event) {
     for (const Result& result : resultsOf(event)) {
         if (!result.final || !result.startMs) continue;
         std::optional<int32_t> speaker;
-        if (mSettings.diarize) speaker = mSpeakers.speakerOf(*result.startMs, *result.endMs);
+        if (mSettings.diarize) speaker = speakerOf(*result.startMs, *result.endMs);
         std::vector<Word> words;
         for (const Word& word : wordsOf(result)) {
             words.push_back(word);

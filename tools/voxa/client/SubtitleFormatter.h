@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "Formatter.h"
-#include "SpeakerTrack.h"
 
 namespace voxa_tool {
 
@@ -23,12 +22,7 @@ class SubtitleFormatter : public Formatter {
         : mSettings(settings), mOut(out), mWebVtt(settings.format == Format::Vtt) {}
 
     void beginFile(const std::string& name, size_t index, size_t count) override;
-    void asrEvent(int32_t handle,
-                  const aidl::vendor::orbo::hardware::voxa::VoxaEvent& event) override;
-    void sdzEvent(int32_t, const aidl::vendor::orbo::hardware::voxa::SpeakerDiarizationEvent& event)
-            override {
-        mSpeakers.add(event);
-    }
+    void asrEvent(int32_t handle, const VoxaEvent& event) override;
     void endFile() override;
 
     // A word as a cue shows it.
@@ -55,7 +49,6 @@ class SubtitleFormatter : public Formatter {
     const bool mWebVtt;
     int mCues = 0;
     std::optional<Cue> mPending;
-    SpeakerTrack mSpeakers;
 };
 
 }  // namespace voxa_tool

@@ -2,8 +2,6 @@
 
 namespace voxa_tool {
 
-using aidl::vendor::orbo::hardware::voxa::VoxaEvent;
-
 namespace {
 
 constexpr size_t kTextWidth = 100;
@@ -13,7 +11,7 @@ constexpr size_t kLiveWidth = 79;
 
 void TextFormatter::beginFile(const std::string& name, size_t, size_t count) {
     if (count > 1) mOut << (mFiles++ == 0 ? "" : "\n") << "==> " << name << " <==\n";
-    mSpeakers = SpeakerTrack();
+    forgetSpeakers();
 }
 
 void TextFormatter::asrEvent(int32_t, const VoxaEvent& event) {
@@ -26,8 +24,7 @@ void TextFormatter::asrEvent(int32_t, const VoxaEvent& event) {
         if (result.text.empty()) continue;
         std::string speaker;
         if (mSettings.diarize && result.startMs) {
-            const std::optional<int32_t> found =
-                    mSpeakers.speakerOf(*result.startMs, *result.endMs);
+            const std::optional<int32_t> found = speakerOf(*result.startMs, *result.endMs);
             if (found) speaker = speakerName(*found) + ": ";
         }
         if (mSettings.timestamps && result.startMs) {

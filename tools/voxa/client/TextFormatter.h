@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "Formatter.h"
-#include "SpeakerTrack.h"
 
 namespace voxa_tool {
 
@@ -21,24 +20,18 @@ class TextFormatter : public Formatter {
         : mSettings(settings), mOut(out) {}
 
     void beginFile(const std::string& name, size_t index, size_t count) override;
-    void asrEvent(int32_t handle,
-                  const aidl::vendor::orbo::hardware::voxa::VoxaEvent& event) override;
-    void sdzEvent(int32_t, const aidl::vendor::orbo::hardware::voxa::SpeakerDiarizationEvent& event)
-            override {
-        mSpeakers.add(event);
-    }
+    void asrEvent(int32_t handle, const VoxaEvent& event) override;
     void endFile() override;
 
   private:
     std::string line(const Result& result) const;
-    void writeWords(const std::vector<aidl::vendor::orbo::hardware::voxa::VoxaEvent::Word>& words);
+    void writeWords(const std::vector<VoxaEvent::Word>& words);
     // The end of `text` that fits the line, cut at a character's first byte.
     void showPartial(const std::string& text);
     void clearPartial();
 
     const FormatSettings mSettings;
     std::ostream& mOut;
-    SpeakerTrack mSpeakers;
     bool mPartialShown = false;
     int mFiles = 0;  // begun so far
 };
