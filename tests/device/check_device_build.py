@@ -5,6 +5,9 @@
                          that one names is well-formed XML declaring one AIDL HAL, whose version is
                          that of the -V<N>-ndk library the module links and the latest frozen one
   exports LIBRARY        the shared library's dynamic symbol table defines registerService alone
+  pal-exports LIBRARY [ENTRY]
+                         a PAL's shared library defines the six PAL functions and, when given,
+                         the entry point of its host controls, and nothing else
 """
 
 import os
@@ -54,22 +57,31 @@ def build_file_problems(repo):
     return found
 
 
-def export_problems(library):
+PAL_FUNCTIONS = ["pal_set_param", "pal_stream_close", "pal_stream_open", "pal_stream_set_param",
+                 "pal_stream_start", "pal_stream_stop"]
+
+
+def export_problems(library, *expected):
     code, out = run("nm", "-D", "--defined-only", library)
     if code != 0:
         return [f"nm cannot read {library}:\n{out}"]
     symbols = sorted(line.split()[-1] for line in out.splitlines() if line.strip())
-    if symbols != ["registerService"]:
+    if symbols != sorted(expected or ["registerService"]):
         return [f"{library} exports {len(symbols)} symbols: " + ", ".join(symbols)]
     return []
 
 
+def pal_export_problems(library, *entry):
+    return export_problems(library, *PAL_FUNCTIONS, *entry)
+
+
 def main(argv):
-    checks = {"build-files": build_file_problems, "exports": export_problems}
-    if len(argv) != 2 or argv[0] not in checks:
+    checks = {"build-files": (build_file_problems, 1), "exports": (export_problems, 1),
+              "pal-exports": (pal_export_problems, 2)}
+    if len(argv) < 2 or argv[0] not in checks or len(argv) > 1 + checks[argv[0]][1]:
         print(__doc__, file=sys.stderr)
         return 2
-    found = checks[argv[0]](argv[1])
+    found = checks[argv[0]][0](*argv[1:])
     print("".join(f"FAIL {problem}\n" for problem in found) + f"{argv[0]}: {len(found)} problem(s)")
     return 1 if found else 0
 

@@ -120,7 +120,8 @@ Status connectToService(Host& host, const std::string& library, std::shared_ptr<
     return Status::ok();
 }
 
-int runVoxa(const std::vector<std::string>& args, Host& host, const Console& console) {
+int runVoxa(const std::vector<std::string>& args, const HostMaker& makeHost,
+            const Console& console) {
     Options options;
     Status status = parseOptions(args, &options);
     if (status.isOk()) {
@@ -140,20 +141,22 @@ int runVoxa(const std::vector<std::string>& args, Host& host, const Console& con
         }
         __android_log_set_minimum_priority(options.verbose ? ANDROID_LOG_VERBOSE
                                                            : ANDROID_LOG_SILENT);
+        std::unique_ptr<Host> host;
         std::shared_ptr<IVoxa> service;
         status = options.outputs.empty() ? Status::ok() : prepareOutputs(options);
-        if (status.isOk()) status = connectToService(host, options.library, &service);
+        if (status.isOk()) status = makeHost(options.command, &host);
+        if (status.isOk()) status = connectToService(*host, options.library, &service);
         if (status.isOk()) {
             switch (options.command) {
                 case Command::Languages:
-                    status = listLanguages(*service, host, console.out);
+                    status = listLanguages(*service, *host, console.out);
                     break;
                 case Command::Dump:
                     console.out.flush();
                     status = dumpService(*service, STDOUT_FILENO);
                     break;
                 default:
-                    status = transcribe(service, host, options, console);
+                    status = transcribe(service, *host, options, console);
                     break;
             }
         }

@@ -4,12 +4,14 @@
 
 #include <aidl/vendor/orbo/hardware/voxa/IVoxa.h>
 
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "Host.h"
+#include "Options.h"
 #include "Status.h"
 
 namespace voxa_tool {
@@ -31,10 +33,15 @@ Status connectToService(Host& host, const std::string& library,
 // Writes the service's state report (its binder's dump, as dumpsys shows it) to `fd`.
 Status dumpService(aidl::vendor::orbo::hardware::voxa::IVoxa& service, int fd);
 
-// Runs the program with `args`, the arguments after its name, on the service that `host` brings
-// up. Sets liblog's minimum priority for the whole process (the service's log lines show only
-// with --verbose). Returns the exit status (Status.h).
-int runVoxa(const std::vector<std::string>& args, Host& host, const Console& console);
+// Makes the host part that `command` runs on, which brings up the service on its PAL.
+using HostMaker = std::function<Status(Command command, std::unique_ptr<Host>* host)>;
+
+// Runs the program with `args`, the arguments after its name, on the service that the host from
+// `makeHost` brings up (none is made for --help and --version). Sets liblog's minimum priority
+// for the whole process (the service's log lines show only with --verbose). Returns the exit
+// status (Status.h).
+int runVoxa(const std::vector<std::string>& args, const HostMaker& makeHost,
+            const Console& console);
 
 }  // namespace voxa_tool
 

@@ -1,21 +1,20 @@
 #include "EngineHost.h"
 
 #include <fcntl.h>
-#include <pal/pal_engine.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 
+#include "PalLoader.h"
 #include "ServiceLoader.h"
 
 namespace voxa_tool {
 
 namespace {
 
-SoundLimits engineLimits() {
-    const pal_engine::Abilities abilities = pal_engine::abilities();
+SoundLimits limitsOf(const pal_engine::Abilities& abilities) {
     return {abilities.minSampleRate, abilities.maxSampleRate, abilities.maxChannels};
 }
 
@@ -25,7 +24,17 @@ int64_t toMs(int64_t frames, int rate) {
 
 }  // namespace
 
-EngineHost::EngineHost() : mLimits(engineLimits()) {}
+Status EngineHost::load(const std::string& library, std::unique_ptr<Host>* host) {
+    const void* controls = nullptr;
+    Status status = loadPal(library, "pal_engine_controls", &controls);
+    if (status.isOk()) {
+        *host = std::make_unique<EngineHost>(*static_cast<const pal_engine::Controls*>(controls));
+    }
+    return status;
+}
+
+EngineHost::EngineHost(const pal_engine::Controls& engine)
+    : mEngine(engine), mLimits(limitsOf(engine.abilities())) {}
 
 EngineHost::~EngineHost() {
     closeInput();
@@ -40,7 +49,7 @@ std::string EngineHost::engineUuid() {
 }
 
 EngineLanguages EngineHost::languages() {
-    pal_engine::Abilities abilities = pal_engine::abilities();
+    pal_engine::Abilities abilities = mEngine.abilities();
     return {std::move(abilities.recognised), std::move(abilities.translatedTo), abilities.diarizes};
 }
 
@@ -55,7 +64,7 @@ Status EngineHost::openInput(const InputRequest& request, InputInfo* info) {
         if (!status.isOk()) return status;
         info->durationMs = toMs(mFile.frames, mFile.rate);
         info->empty = mFile.frames == 0;
-        pal_engine::setFileSource({request.path}, pace);
+        mEngine.setFileSource({request.path}, pace);
         return Status::ok();
     }
 
@@ -73,12 +82,12 @@ Status EngineHost::openInput(const InputRequest& request, InputInfo* info) {
         return status;
     }
     info->empty = mFeed->empty();
-    pal_engine::setPcmSource(mFeed->engineFd(), pace);
+    mEngine.setPcmSource(mFeed->engineFd(), pace);
     return Status::ok();
 }
 
 InputEnd EngineHost::waitUntilInputEnds() {
-    pal_engine::waitUntilDone(std::chrono::milliseconds(-1));
+    mEngine.waitUntilDone(std::chrono::milliseconds(-1));
     InputEnd end;
     if (mFeed == nullptr) {
         end.endMs = toMs(mFile.frames, mFile.rate);
@@ -92,7 +101,7 @@ InputEnd EngineHost::waitUntilInputEnds() {
 }
 
 void EngineHost::closeInput() {
-    pal_engine::clearSource();
+    mEngine.clearSource();
     mFeed.reset();
     if (mFeedFd >= 0) close(mFeedFd);
     mFeedFd = -1;

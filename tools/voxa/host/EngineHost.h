@@ -1,8 +1,10 @@
-// The host part of the voxa program on the recogniser-backed PAL engine (host/pal/engine): the
-// engine is linked into this executable, which exports its PAL functions for libvoxa.so to bind
-// to (pal_exports.list), and chooses what the engine captures through pal_engine.h.
+// The host part of the voxa program on the recogniser-backed PAL engine (host/pal/engine): loads
+// the engine's shared library, libpal_engine.so, whose PAL functions libvoxa.so binds to, and
+// chooses what the engine captures through its host controls (pal_engine.h).
 #ifndef VOXA_TOOL_ENGINE_HOST_H
 #define VOXA_TOOL_ENGINE_HOST_H
+
+#include <pal/pal_engine.h>
 
 #include <memory>
 #include <string>
@@ -14,7 +16,10 @@ namespace voxa_tool {
 
 class EngineHost : public Host {
   public:
-    EngineHost();
+    // Loads the engine from `library` into the process, for good, and makes its host.
+    static Status load(const std::string& library, std::unique_ptr<Host>* host);
+
+    explicit EngineHost(const pal_engine::Controls& engine);
     ~EngineHost() override;
 
     Status startService(const std::string& library) override;
@@ -25,6 +30,7 @@ class EngineHost : public Host {
     void closeInput() override;
 
   private:
+    const pal_engine::Controls& mEngine;
     const SoundLimits mLimits;
     // The open input: a sound file that the engine opens itself, with what it holds, or a feed
     // (standard input, raw PCM) and the descriptor it reads.

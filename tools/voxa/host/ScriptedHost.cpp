@@ -1,12 +1,22 @@
 #include "ScriptedHost.h"
 
-#include <pal/pal_scripted.h>
 #include <unistd.h>
 
 #include "InputFile.h"
+#include "PalLoader.h"
 #include "ServiceLoader.h"
 
 namespace voxa_tool {
+
+Status ScriptedHost::load(const std::string& library, std::unique_ptr<Host>* host) {
+    const void* controls = nullptr;
+    Status status = loadPal(library, "pal_scripted_controls", &controls);
+    if (status.isOk()) {
+        *host = std::make_unique<ScriptedHost>(
+                *static_cast<const pal_scripted::Controls*>(controls));
+    }
+    return status;
+}
 
 Status ScriptedHost::startService(const std::string& library) {
     return loadService(library);
@@ -30,7 +40,7 @@ Status ScriptedHost::openInput(const InputRequest& request, InputInfo* info) {
     while ((count = read(fd, buffer, sizeof(buffer))) > 0) text.append(buffer, count);
     close(fd);
     if (count < 0) return Status::failure("cannot read " + request.path);
-    const std::string error = pal_scripted::loadScenario(text, request.path);
+    const std::string error = mEngine.loadScenario(text, request.path);
     if (!error.empty()) return Status::failure(error);
     info->name = request.path;
     return Status::ok();
@@ -38,7 +48,7 @@ Status ScriptedHost::openInput(const InputRequest& request, InputInfo* info) {
 
 InputEnd ScriptedHost::waitUntilInputEnds() {
     InputEnd end;
-    pal_scripted::waitUntilPlayedOrStopped(&end.error);
+    mEngine.waitUntilPlayedOrStopped(&end.error);
     return end;
 }
 

@@ -1,6 +1,7 @@
 // Brings the voxa service up inside this process, as a device's host process does: loads the
 // service library and calls its registerService, which publishes the service object in the
-// service manager. The library's PAL symbols resolve against the PAL that this executable exports.
+// service manager. The library's PAL symbols resolve against the PAL loaded before it
+// (PalLoader.h).
 #ifndef VOXA_TOOL_SERVICE_LOADER_H
 #define VOXA_TOOL_SERVICE_LOADER_H
 

@@ -66,6 +66,18 @@ struct Abilities {
 
 Abilities abilities();
 
+// The controls above as one record, for a host that loads the engine as a shared library
+// (libpal_engine.so), which exports the PAL functions and pal_engine_controls alone.
+struct Controls {
+    int32_t (*setFileSource)(const std::vector<std::string>& paths, Pace pace);
+    int32_t (*setPcmSource)(int fd, Pace pace);
+    void (*clearSource)();
+    int32_t (*waitUntilDone)(std::chrono::milliseconds timeout);
+    Abilities (*abilities)();
+};
+
 }  // namespace pal_engine
+
+extern "C" const pal_engine::Controls* pal_engine_controls();
 
 #endif  // PAL_ENGINE_H

@@ -63,6 +63,16 @@ struct PalFunctions {
 };
 const PalFunctions& palFunctions();
 
+// The host controls as one record, for a host that loads the scripted engine as a shared library
+// (libpal_scripted.so), which exports the PAL functions and pal_scripted_controls alone.
+struct Controls {
+    std::string (*loadScenario)(const std::string& text, const std::string& name);
+    int32_t (*waitUntilPlayed)(std::chrono::milliseconds timeout, std::string* error);
+    int32_t (*waitUntilPlayedOrStopped)(std::string* error);
+};
+
 }  // namespace pal_scripted
+
+extern "C" const pal_scripted::Controls* pal_scripted_controls();
 
 #endif  // PAL_SCRIPTED_H
