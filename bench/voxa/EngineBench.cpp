@@ -4,8 +4,8 @@
 // - at real-time pace, the time from the end of an utterance's last word to the delivery of its
 //   final result, with the engine's default 500 ms of silence;
 // - the time Apertium takes to translate each result of the recordings;
-// - the diarization error rate on conversations of espeak-ng voices and on LibriVox recordings
-//   alternating with espeak-ng.
+// - the diarization error rate on conversations of espeak-ng voices, with pauses between turns
+//   and without, and on LibriVox recordings alternating with espeak-ng.
 #include <benchmark/benchmark.h>
 #include <pal/pal_api.h>
 #include <pal/pal_engine.h>
@@ -248,6 +248,13 @@ void BM_DiarizationErrorRate(benchmark::State& state) {
     measureDiarization(state, turns);
 }
 
+// Diarization error rate of Arg 3 or 4 espeak-ng voices whose turns follow each other without a
+// pause, as people talk.
+void BM_DiarizationErrorRateWithoutPauses(benchmark::State& state) {
+    measureDiarization(state, voxa_bench::unbrokenConversation(static_cast<int>(state.range(0)),
+                                                               voxa_bench::quickOr<size_t>(3, 15)));
+}
+
 // Manual times: CPU seconds of recognition, mean seconds of latency or translation.
 BENCHMARK(BM_WordErrorRate)
         ->ArgName("mode")
@@ -277,6 +284,13 @@ BENCHMARK(BM_DiarizationErrorRate)
         ->Arg(2)
         ->Arg(3)
         ->Arg(0)
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DiarizationErrorRateWithoutPauses)
+        ->ArgName("voices")
+        ->Arg(3)
+        ->Arg(4)
         ->UseManualTime()
         ->Iterations(1)
         ->Unit(benchmark::kMillisecond);

@@ -33,6 +33,16 @@ bool writeMono(const std::string& path, int rate, const std::vector<short>& samp
     return written;
 }
 
+// Cuts `samples` to their speech, from its first frame to its last.
+void trim(std::vector<short>* samples, int rate) {
+    std::vector<Segment> speech;
+    appendSpeech(*samples, rate, 0, 0, &speech);
+    if (speech.empty()) return;
+    const size_t end = static_cast<size_t>(speech.back().endMs * rate / 1000);
+    samples->resize(end);
+    samples->erase(samples->begin(), samples->begin() + speech.front().startMs * rate / 1000);
+}
+
 }  // namespace
 
 bool makeRecording(const std::vector<Turn>& turns, const std::string& directory,
@@ -46,6 +56,11 @@ bool makeRecording(const std::vector<Turn>& turns, const std::string& directory,
         std::vector<short> samples;
         int rate = 0;
         if (!readMono(path, &samples, &rate)) return false;
+        if (turn.trimmed) {
+            trim(&samples, rate);
+            path = made;
+            if (!writeMono(path, rate, samples)) return false;
+        }
         if (turn.pauseMs > 0) {
             const std::string pause = directory + "/pause" + std::to_string(t) + ".wav";
             const std::vector<short> silence(static_cast<size_t>(rate * turn.pauseMs / 1000), 0);

@@ -16,8 +16,9 @@ struct Recording {
     std::vector<Segment> speech;
 };
 
-// Writes the turns as WAV files under `directory` (the pauses as silent files) and finds the speech
-// of each (Segment.h). Returns false when espeak-ng or a file fails.
+// Writes the turns as WAV files under `directory` (the pauses as silent files, a trimmed turn
+// cut to its speech) and finds the speech of each (Segment.h). Returns false when espeak-ng or a
+// file fails.
 bool makeRecording(const std::vector<Turn>& turns, const std::string& directory,
                    Recording* recording);
 

@@ -18,7 +18,8 @@ struct Turn {
     int speed = 160;
     std::string text;
     std::string file;
-    int64_t pauseMs = 0;  // silence before the turn
+    int64_t pauseMs = 0;   // silence before the turn
+    bool trimmed = false;  // cut to its speech: no silence of its own before or after it
 };
 
 // Writes the turn's text, spoken by its voice, as a WAV file at `path`. Returns false when
@@ -28,6 +29,10 @@ bool speak(const Turn& turn, const std::string& path);
 // Three voices taking turns in a conversation of `turns` turns (at most 12), with pauses of
 // 250 ms to 1 s; `voices` of them (2 or 3) speak.
 std::vector<Turn> conversation(int voices, size_t turns);
+
+// `voices` voices (3 or 4) talking as people do, each turn (2 to 6 s) following the last with
+// no pause, a voice coming back after one or two others; `turns` turns, at most 15.
+std::vector<Turn> unbrokenConversation(int voices, size_t turns);
 
 }  // namespace voxa_bench
 
