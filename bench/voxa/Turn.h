@@ -31,7 +31,7 @@ bool speak(const Turn& turn, const std::string& path);
 std::vector<Turn> conversation(int voices, size_t turns);
 
 // `voices` voices (3 or 4) talking as people do, each turn (2 to 6 s) following the last with
-// no pause, a voice coming back after one or two others; `turns` turns, at most 15.
+// no pause, the voices coming back in no fixed order; `turns` turns, at most 15.
 std::vector<Turn> unbrokenConversation(int voices, size_t turns);
 
 }  // namespace voxa_bench
