@@ -4,34 +4,32 @@
 // - at real-time pace, the time from the end of an utterance's last word to the delivery of its
 //   final result, with the engine's default 500 ms of silence;
 // - the time Apertium takes to translate each result of the recordings;
-// - the diarization error rate on conversations of espeak-ng voices and on LibriVox recordings
-//   alternating with espeak-ng.
+// - the diarization error rate on conversations of espeak-ng voices, with pauses between turns
+//   and without, and on LibriVox recordings alternating with espeak-ng.
 #include <benchmark/benchmark.h>
 #include <pal/pal_api.h>
 #include <pal/pal_engine.h>
-#include <sys/mman.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iterator>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "EngineSession.h"
+#include "ErrorRate.h"
 #include "Quick.h"
+#include "Recording.h"
 #include "ReferenceRecogniser.h"
-#include "SyntheticSpeech.h"
-#include "Translator.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using voxa_bench::Clock;
 using voxa_bench::Segment;
+using Session = voxa_bench::EngineSession;
 
 const std::string kRecordings = voxa_bench::kLibriVox + "sense_and_sensibility_01_austen_64kb-";
 const char* const kAllNames[] = {"0870", "0880", "0890", "0920", "0930"};
@@ -54,93 +52,6 @@ int64_t numberAfter(const std::string& json, const std::string& key) {
     size_t at = json.find("\"" + key + "\":");
     return at == std::string::npos ? -1 : std::stoll(json.substr(at + key.size() + 3));
 }
-
-// One stream of the engine with the shipped model, recording what its callback receives.
-class Session {
-  public:
-    struct Final {
-        std::string text;
-        std::string json;
-        Clock::time_point delivered;
-    };
-
-    Session() {
-        pal_stream_attrs attributes = {};
-        attributes.type = PAL_STREAM_ASR;
-        attributes.direction = PAL_AUDIO_INPUT;
-        attributes.in_media_config = {16000, 16, PCM_S16_LE, {1, {1}}};
-        pal_device device = {};
-        device.id = PAL_DEVICE_IN_HANDSET_VA_MIC;
-        device.config = {48000, 16, PCM_S16_LE, {2, {1, 2}}};
-        mOk = pal_stream_open(&attributes, 1, &device, 0, nullptr, &Session::callback,
-                              reinterpret_cast<unsigned long>(this), &mStream) == 0;
-        const std::string image = readFile(VOXA_ENGINE_MODEL);
-        int fd = memfd_create("image", MFD_CLOEXEC);
-        mOk = mOk && write(fd, image.data(), image.size()) == static_cast<ssize_t>(image.size());
-        pal_asr_model model = {24, pal_engine::kEngineUuidRecord, fd,
-                               static_cast<int32_t>(image.size())};
-        mOk = mOk && pal_stream_set_param(mStream, PAL_PARAM_ID_ASR_MODEL,
-                                          reinterpret_cast<pal_param_payload*>(&model)) == 0;
-        close(fd);
-    }
-    ~Session() {
-        if (mStream != nullptr) pal_stream_close(mStream);
-    }
-
-    // Recognises `files` with `config`; returns false when the engine refuses.
-    bool run(pal_asr_config config, const std::vector<std::string>& files, pal_engine::Pace pace) {
-        mFinals.clear();
-        mSpeakers.clear();
-        config.payload_size = 36;
-        mStarted = Clock::now();
-        return mOk && pal_engine::setFileSource(files, pace) == 0 &&
-               pal_stream_set_param(mStream, PAL_PARAM_ID_ASR_CONFIG,
-                                    reinterpret_cast<pal_param_payload*>(&config)) == 0 &&
-               pal_stream_start(mStream) == 0 &&
-               pal_engine::waitUntilDone(std::chrono::milliseconds(-1)) == 0 &&
-               pal_stream_stop(mStream) == 0;
-    }
-
-    Clock::time_point started() const { return mStarted; }
-    std::vector<Final> finals() {
-        std::lock_guard<std::mutex> lock(mLock);
-        return mFinals;
-    }
-    std::vector<Segment> speakers() {
-        std::lock_guard<std::mutex> lock(mLock);
-        return mSpeakers;
-    }
-
-  private:
-    static int32_t callback(pal_stream_handle*, unsigned int id, unsigned int* data, unsigned int,
-                            unsigned long cookie) {
-        auto* self = reinterpret_cast<Session*>(cookie);
-        const auto* bytes = reinterpret_cast<const char*>(data);
-        std::lock_guard<std::mutex> lock(self->mLock);
-        if (id == PAL_ASR_EVENT_ID_SPEAKER_DIARIZATION) {
-            uint32_t count = 0;
-            std::memcpy(&count, bytes + 8, sizeof(count));
-            for (uint32_t s = 0; s < count; ++s) {
-                Segment turn;
-                std::memcpy(&turn.speaker, bytes + 16 + 144 * s, 4);
-                std::memcpy(&turn.startMs, bytes + 16 + 144 * s + 8, 8);
-                std::memcpy(&turn.endMs, bytes + 16 + 144 * s + 16, 8);
-                self->mSpeakers.push_back(turn);
-            }
-        } else if (bytes[8] == 1) {
-            const size_t json = id == PAL_ASR_EVENT_ID_TIMESTAMP ? 8 + 10668 : 8 + 1040;
-            self->mFinals.push_back({bytes + 8 + 12, bytes + json, Clock::now()});
-        }
-        return 0;
-    }
-
-    bool mOk = false;
-    pal_stream_handle* mStream = nullptr;
-    Clock::time_point mStarted;
-    std::mutex mLock;
-    std::vector<Final> mFinals;
-    std::vector<Segment> mSpeakers;
-};
 
 pal_asr_config modeConfig(bool partial, bool bufferedEvent) {
     pal_asr_config config = {};
@@ -241,68 +152,48 @@ void BM_FinalLatency(benchmark::State& state) {
     unlink(silence.c_str());
 }
 
-// Apertium's time per result on the buffering results of the recordings, once its pipeline has
-// started (Arg: language id 3 es-ES, 11 ca-ES, 60 gl-ES).
+// Apertium's time per result on the buffering results of the recordings, its pipeline started
+// (Arg: language id 3 es-ES, 11 ca-ES, 60 gl-ES). With diarization on, the engine raises an
+// utterance's speakers just before it translates the utterance's result: the time from that
+// event to the result is the translation's.
 void BM_TranslationLatency(benchmark::State& state) {
-    const int32_t language = static_cast<int32_t>(state.range(0));
-    std::vector<std::string> texts;
-    {
-        Session session;
-        for (const char* name : kNames) {
-            if (!session.run(modeConfig(false, false), {kRecordings + name + ".wav"},
-                             pal_engine::Pace::Fast)) {
-                state.SkipWithError("the engine refused the recording");
-                return;
-            }
-            for (const Session::Final& final : session.finals()) texts.push_back(final.text);
-        }
-    }
-    std::unique_ptr<pal_engine::Translator> translator = pal_engine::Translator::create(language);
-    std::string translation;
-    if (translator == nullptr || translator->start() != 0 ||
-        translator->translate("good morning", &translation, std::chrono::seconds(30)) != 0) {
+    pal_asr_config config = modeConfig(false, false);
+    config.enable_translation = 1;
+    config.output_language_id = static_cast<int32_t>(state.range(0));
+    config.enable_speaker_diarization = 1;
+    Session session;
+    // The stream keeps its pipeline from one start to the next: this run starts it.
+    if (!session.run(config, {kRecordings + kNames[0] + ".wav"}, pal_engine::Pace::Fast)) {
         state.SkipWithError("no translator");
         return;
     }
     for (auto _ : state) {
-        double longest = 0;
-        double total = 0;
-        for (const std::string& text : texts) {
-            const auto begin = Clock::now();
-            if (translator->translate(text, &translation, pal_engine::kTranslationTimeout) != 0) {
-                state.SkipWithError("a translation failed");
+        std::vector<double> times;
+        for (const char* name : kNames) {
+            if (!session.run(config, {kRecordings + name + ".wav"}, pal_engine::Pace::Fast)) {
+                state.SkipWithError("the engine refused the recording");
                 return;
             }
-            const double ms =
-                    std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
-            longest = std::max(longest, ms);
-            total += ms;
+            for (const Session::Final& final : session.finals()) {
+                if (final.json.find("\"translation_error\"") != std::string::npos) {
+                    state.SkipWithError("a translation failed");
+                    return;
+                }
+                times.push_back(
+                        std::chrono::duration<double, std::milli>(final.delivered - final.previous)
+                                .count());
+            }
         }
-        state.SetIterationTime(total / 1000 / static_cast<double>(texts.size()));
-        state.counters["mean_ms"] = total / static_cast<double>(texts.size());
-        state.counters["max_ms"] = longest;
+        double total = 0;
+        for (double ms : times) total += ms;
+        state.SetIterationTime(total / 1000 / static_cast<double>(times.size()));
+        state.counters["mean_ms"] = total / static_cast<double>(times.size());
+        state.counters["max_ms"] = *std::max_element(times.begin(), times.end());
     }
 }
 
-// Diarization error rate: Arg 2 or 3 espeak-ng voices taking turns, 0 LibriVox recordings
-// alternating with an espeak-ng voice.
-void BM_DiarizationErrorRate(benchmark::State& state) {
-    std::vector<voxa_bench::Turn> turns;
-    if (state.range(0) > 0) {
-        turns = voxa_bench::conversation(static_cast<int>(state.range(0)), kTurns);
-    } else {
-        const std::vector<voxa_bench::Turn> voice =
-                voxa_bench::conversation(2, voxa_bench::quickOr<size_t>(2, 12));
-        for (size_t i = 0; i < kNames.size(); ++i) {
-            voxa_bench::Turn recorded;
-            recorded.speaker = 1;
-            recorded.file = kRecordings + kNames[i] + ".wav";
-            recorded.pauseMs = i == 0 ? 0 : 600;
-            turns.push_back(recorded);
-            turns.push_back(voice[2 * i + 1]);
-            turns.back().pauseMs = 400;
-        }
-    }
+// The diarization error rate of the engine in buffering mode on the recording of `turns`.
+void measureDiarization(benchmark::State& state, const std::vector<voxa_bench::Turn>& turns) {
     char directory[] = "/tmp/voxa-bench-XXXXXX";
     voxa_bench::Recording recording;
     if (mkdtemp(directory) == nullptr || !voxa_bench::makeRecording(turns, directory, &recording)) {
@@ -335,6 +226,35 @@ void BM_DiarizationErrorRate(benchmark::State& state) {
     rmdir(directory);
 }
 
+// Diarization error rate: Arg 2 or 3 espeak-ng voices taking turns with pauses between them, 0
+// LibriVox recordings alternating with an espeak-ng voice.
+void BM_DiarizationErrorRate(benchmark::State& state) {
+    std::vector<voxa_bench::Turn> turns;
+    if (state.range(0) > 0) {
+        turns = voxa_bench::conversation(static_cast<int>(state.range(0)), kTurns);
+    } else {
+        const std::vector<voxa_bench::Turn> voice =
+                voxa_bench::conversation(2, voxa_bench::quickOr<size_t>(2, 12));
+        for (size_t i = 0; i < kNames.size(); ++i) {
+            voxa_bench::Turn recorded;
+            recorded.speaker = 1;
+            recorded.file = kRecordings + kNames[i] + ".wav";
+            recorded.pauseMs = i == 0 ? 0 : 600;
+            turns.push_back(recorded);
+            turns.push_back(voice[2 * i + 1]);
+            turns.back().pauseMs = 400;
+        }
+    }
+    measureDiarization(state, turns);
+}
+
+// Diarization error rate of Arg 3 or 4 espeak-ng voices whose turns follow each other without a
+// pause, as people talk.
+void BM_DiarizationErrorRateWithoutPauses(benchmark::State& state) {
+    measureDiarization(state, voxa_bench::unbrokenConversation(static_cast<int>(state.range(0)),
+                                                               voxa_bench::quickOr<size_t>(3, 15)));
+}
+
 // Manual times: CPU seconds of recognition, mean seconds of latency or translation.
 BENCHMARK(BM_WordErrorRate)
         ->ArgName("mode")
@@ -364,6 +284,13 @@ BENCHMARK(BM_DiarizationErrorRate)
         ->Arg(2)
         ->Arg(3)
         ->Arg(0)
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DiarizationErrorRateWithoutPauses)
+        ->ArgName("voices")
+        ->Arg(3)
+        ->Arg(4)
         ->UseManualTime()
         ->Iterations(1)
         ->Unit(benchmark::kMillisecond);

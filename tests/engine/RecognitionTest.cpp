@@ -1,10 +1,13 @@
 // The PAL engine's recognition through the PAL API: a source of several files, timed-out and
-// doubtful results, translated results, the speakers of a recording, the same words from a model
-// kept loaded as from one newly loaded, and the layout of a result that overflows its fields.
+// doubtful results, translated results, the speakers of a conversation with a final result for
+// each one's words, the same words from a model kept loaded as from one newly loaded, and the
+// layout of a result that overflows its fields.
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
+#include <iterator>
 #include <sstream>
 
 #include "EngineFixture.h"
@@ -109,48 +112,97 @@ TEST_F(EngineRecognitionTest, FinalResultsAreTranslatedPartialResultsAreNot) {
                                              "\"text\":\"he was not")));
 }
 
-TEST_F(EngineRecognitionTest, SpeakersAreToldApartAndNumberedInTheOrderTheyAreHeard) {
-    // A LibriVox reader, an espeak-ng voice, the reader again: 2.99 s, 2.5 s, 3.29 s.
-    const std::string spoken = ::testing::TempDir() + "engine-voice.wav";
-    ASSERT_EQ(0, std::system(("espeak-ng -v en-us+m3 -s 160 -w " + spoken +
-                              " 'the children play in the garden every day'")
-                                     .c_str()));
+// Speaks `text` with espeak-ng's `voice` options into the WAV file `name`, cut where the speech
+// ends so that the next file follows without a pause; returns its path and sets its duration.
+std::string speak(const std::string& name, const std::string& voice, const std::string& text,
+                  int64_t* ms) {
+    const std::string path = ::testing::TempDir() + name;
+    if (std::system(("espeak-ng " + voice + " -w " + path + " '" + text + "'").c_str()) != 0) {
+        return "";
+    }
+    std::string wav = readFile(path);  // a 44-byte header, then 16-bit mono samples at 22050 Hz
+    size_t end = wav.size() & ~size_t{1};
+    for (int16_t sample = 0; end > 44; end -= 2) {
+        std::memcpy(&sample, wav.data() + end - 2, 2);
+        if (std::abs(sample) > 327) break;  // -40 dBFS
+    }
+    const uint32_t sizes[] = {static_cast<uint32_t>(end - 8), static_cast<uint32_t>(end - 44)};
+    wav.resize(end);
+    wav.replace(4, 4, reinterpret_cast<const char*>(&sizes[0]), 4);
+    wav.replace(40, 4, reinterpret_cast<const char*>(&sizes[1]), 4);
+    *ms = (end - 44) / 2 * 1000 / 22050;
+    return std::ofstream(path, std::ios::binary) << wav ? path : "";
+}
+
+TEST_F(EngineRecognitionTest, EachSpeakerWithinAnUtteranceHasFinalResultsOfTheirOwn) {
+    // Turns without a pause between them, which the voice-activity detector hears as one
+    // utterance: an espeak-ng voice, a LibriVox reader, another voice, the reader again.
+    int64_t ms[] = {0, 2990, 0, 3290};
+    const std::string files[] = {
+            speak("engine-first.wav", "-v en-us+m1 -p 40",
+                  "good morning, I would like to book a table for dinner tonight", &ms[0]),
+            kShortRecording,
+            speak("engine-second.wav", "-v en-gb+f2 -p 75 -s 150",
+                  "of course, how many people will be joining you this evening", &ms[2]),
+            kSecondRecording};
+    ASSERT_FALSE(files[0].empty() || files[2].empty());
     pal_asr_config config = englishConfig(true);  // the first pass alone: quicker, same speakers
     config.enable_speaker_diarization = 1;
-    recognise(config, {kShortRecording, spoken, kSecondRecording});
-    unlink(spoken.c_str());
+    recognise(config, {std::begin(files), std::end(files)});
+    unlink(files[0].c_str());
+    unlink(files[2].c_str());
 
-    const int64_t voiceStart = 2990;
-    const int64_t voiceEnd = voiceStart + 2496;
+    // Who speaks each turn, numbered in the order heard, and when.
+    const int32_t voices[] = {1, 2, 3, 2};
+    int64_t bounds[5] = {0};
+    for (size_t t = 0; t < 4; ++t) bounds[t + 1] = bounds[t] + ms[t];
+    std::vector<int64_t> heard[4];  // ms of each turn given to speakers 1 to 4
+    for (auto& speakers : heard) speakers.assign(5, 0);
     int64_t agreeing = 0;
     int64_t total = 0;
     int64_t previousEnd = 0;
-    std::vector<int32_t> speakers;
-    const std::vector<Received> received = events();
-    for (size_t e = 0; e < received.size(); ++e) {
-        if (received[e].id != PAL_ASR_EVENT_ID_SPEAKER_DIARIZATION) continue;
-        const Bytes& bytes = received[e].bytes;
+    std::vector<int32_t> said;        // the speakers of the last diarization event
+    std::vector<std::string> finals;  // their JSON
+    for (const Received& event : events()) {
+        if (event.id != PAL_ASR_EVENT_ID_SPEAKER_DIARIZATION) {
+            if (!event.final()) continue;
+            EXPECT_EQ(1u, said.size()) << "a final result of one speaker, raised after them";
+            said.clear();
+            finals.push_back(event.json());
+            continue;
+        }
+        const Bytes& bytes = event.bytes;
         const uint32_t count = readAt<uint32_t>(bytes, 8);
         ASSERT_EQ(16 + 144 * count, bytes.size());
+        said.clear();
         EXPECT_EQ(1u, readAt<uint32_t>(bytes, 0));   // num_events
         EXPECT_EQ(1u, readAt<uint32_t>(bytes, 12));  // flag
         for (uint32_t s = 0; s < count; ++s) {
             const int32_t speaker = readAt<int32_t>(bytes, 16 + 144 * s);
             const int64_t start = readAt<int64_t>(bytes, 16 + 144 * s + 8);
             const int64_t end = readAt<int64_t>(bytes, 16 + 144 * s + 16);
+            ASSERT_THAT(speaker, AllOf(Ge(1), Le(4)));
             EXPECT_LE(previousEnd, start);
             EXPECT_LT(start, end);
             previousEnd = end;
-            if (speakers.empty() || speakers.back() != speaker) speakers.push_back(speaker);
-            // The time of this turn spoken by the voice it is given: 2 for espeak-ng.
-            const int64_t voiced =
-                    std::max<int64_t>(0, std::min(end, voiceEnd) - std::max(start, voiceStart));
-            agreeing += speaker == 2 ? voiced : end - start - voiced;
+            if (std::find(said.begin(), said.end(), speaker) == said.end()) said.push_back(speaker);
+            for (size_t t = 0; t < 4; ++t) {
+                const int64_t overlap = std::max<int64_t>(
+                        0, std::min(end, bounds[t + 1]) - std::max(start, bounds[t]));
+                heard[t][static_cast<size_t>(speaker)] += overlap;
+                agreeing += speaker == voices[t] ? overlap : 0;
+            }
             total += end - start;
         }
     }
-    EXPECT_EQ((std::vector<int32_t>{1, 2, 1}), speakers);
+    for (size_t t = 0; t < 4; ++t) {
+        EXPECT_EQ(voices[t], std::max_element(heard[t].begin(), heard[t].end()) - heard[t].begin())
+                << "turn " << t;
+    }
     EXPECT_GE(agreeing, total * 9 / 10);
+    ASSERT_GE(finals.size(), 4u) << "a final result for each turn at least";
+    finals.pop_back();
+    EXPECT_THAT(finals, Each(HasSubstr("\"reason\":\"speaker_change\"")));
 }
 
 TEST_F(EngineRecognitionTest, AKeptModelRecognisesAsANewlyLoadedOneAndAnotherModelIsLoaded) {

@@ -29,7 +29,11 @@ constexpr size_t kStep = 5;
 constexpr double kChangePenalty = 1.3;
 constexpr double kMergePenalty = 1.1;
 // Pieces shorter than this are too short to found a speaker: they go to the closest cluster.
+// Speakers heard for less than this have no model to resegment with.
 constexpr double kMinClusterFrames = 100;
+// Resegmentation: passes, and the log-likelihood a change of speaker must gain.
+constexpr int kResegmentPasses = 2;
+constexpr double kSwitchPenalty = 100;
 // Pieces remembered; past it the oldest ones fold into a later piece of the same speaker, which
 // keeps the cost of clustering bounded.
 constexpr size_t kMaxPieces = 48;
@@ -50,6 +54,33 @@ double separation(const Statistics& a, const Statistics& b, double weight, int d
                   b.count * b.logDeterminant()) -
            weight * penalty(dimension, both.count);
 }
+
+// A full-covariance Gaussian made from statistics, which scores single frames.
+struct Gaussian {
+    explicit Gaussian(const Statistics& statistics) {
+        for (double total : statistics.sum) mean.push_back(total / statistics.count);
+        logDeterminant = statistics.factor(&lower);
+    }
+
+    // The log-likelihood of `frame`, less a constant that every Gaussian shares.
+    double score(const float* frame, std::vector<double>* scratch) const {
+        const size_t n = mean.size();
+        std::vector<double>& solved = *scratch;
+        solved.resize(n);
+        double distance = 0;
+        for (size_t i = 0; i < n; ++i) {
+            double value = frame[i] - mean[i];
+            for (size_t p = 0; p < i; ++p) value -= lower[i * n + p] * solved[p];
+            solved[i] = value / lower[i * n + i];
+            distance += solved[i] * solved[i];
+        }
+        return -0.5 * (logDeterminant + distance);
+    }
+
+    std::vector<double> mean;
+    std::vector<double> lower;  // Cholesky factor of the covariance
+    double logDeterminant = 0;
+};
 
 }  // namespace
 
@@ -81,12 +112,18 @@ void Diarizer::Statistics::remove(const Statistics& part) {
 }
 
 double Diarizer::Statistics::logDeterminant() const {
+    std::vector<double> lower;
+    return factor(&lower);
+}
+
+double Diarizer::Statistics::factor(std::vector<double>* lower) const {
     const size_t n = sum.size();
     if (count < 1) {
         return 0;
     }
     // Covariance, then its Cholesky factor in place; the floor keeps short pieces finite.
-    std::vector<double> matrix(n * n);
+    std::vector<double>& matrix = *lower;
+    matrix.assign(n * n, 0.0);
     size_t k = 0;
     for (size_t i = 0; i < n; ++i) {
         for (size_t j = 0; j <= i; ++j) {
@@ -185,7 +222,12 @@ std::vector<SpeakerTurn> Diarizer::assign(const Span& utterance) {
         }
         mPieces.push_back(piece);
     }
+    const int32_t known = mSpeakers;
     label(first);
+    for (int pass = 0; pass < kResegmentPasses; ++pass) {
+        if (!resegment(speech, first, &bounds)) break;
+    }
+    renumber(first, known);
     // The turns: runs of consecutive frames of one speaker.
     std::vector<SpeakerTurn> turns;
     for (size_t b = 0; b + 1 < bounds.size(); ++b) {
@@ -212,6 +254,87 @@ std::vector<SpeakerTurn> Diarizer::assign(const Span& utterance) {
         mPieces.erase(mPieces.begin());
     }
     return turns;
+}
+
+bool Diarizer::resegment(const std::vector<float>& frames, size_t first,
+                         std::vector<size_t>* bounds) {
+    // The Gaussian of each speaker heard long enough, from all of its pieces.
+    std::vector<int32_t> speakers;
+    std::vector<Statistics> heard;
+    for (const Piece& piece : mPieces) {
+        const size_t s = static_cast<size_t>(
+                std::find(speakers.begin(), speakers.end(), piece.speaker) - speakers.begin());
+        if (s == speakers.size()) {
+            speakers.push_back(piece.speaker);
+            heard.emplace_back(mDimension);
+        }
+        heard[s].merge(piece.statistics);
+    }
+    std::vector<Gaussian> models;
+    std::vector<int32_t> speakerOf;
+    for (size_t s = 0; s < speakers.size(); ++s) {
+        if (heard[s].count >= kMinClusterFrames) {
+            models.emplace_back(heard[s]);
+            speakerOf.push_back(speakers[s]);
+        }
+    }
+    if (models.size() < 2) {
+        return false;
+    }
+    // Viterbi: the likeliest speaker of each frame, a change of speaker costing kSwitchPenalty.
+    const size_t dimension = static_cast<size_t>(mDimension);
+    const size_t n = frames.size() / dimension;
+    const size_t m = models.size();
+    std::vector<double> score(m, 0.0);
+    std::vector<double> next(m);
+    std::vector<double> scratch;
+    std::vector<size_t> from(n * m);
+    for (size_t t = 0; t < n; ++t) {
+        const size_t best =
+                static_cast<size_t>(std::max_element(score.begin(), score.end()) - score.begin());
+        for (size_t k = 0; k < m; ++k) {
+            const bool change = score[best] - kSwitchPenalty > score[k];
+            from[t * m + k] = change ? best : k;
+            next[k] = (change ? score[best] - kSwitchPenalty : score[k]) +
+                      models[k].score(frames.data() + t * dimension, &scratch);
+        }
+        score.swap(next);
+    }
+    std::vector<size_t> path(n);
+    size_t k = static_cast<size_t>(std::max_element(score.begin(), score.end()) - score.begin());
+    for (size_t t = n; t-- > 0;) {
+        path[t] = k;
+        k = from[t * m + k];
+    }
+    // The new pieces: one per run of frames of one speaker.
+    mPieces.erase(mPieces.begin() + static_cast<std::ptrdiff_t>(first), mPieces.end());
+    bounds->assign(1, 0);
+    for (size_t t = 1; t <= n; ++t) {
+        if (t == n || path[t] != path[t - 1]) {
+            Piece piece{Statistics(mDimension), speakerOf[path[bounds->back()]]};
+            for (size_t f = bounds->back(); f < t; ++f) {
+                piece.statistics.add(frames.data() + f * dimension);
+            }
+            mPieces.push_back(piece);
+            bounds->push_back(t);
+        }
+    }
+    return true;
+}
+
+void Diarizer::renumber(size_t first, int32_t known) {
+    std::vector<int32_t> numbers(static_cast<size_t>(mSpeakers - known), 0);
+    mSpeakers = known;
+    for (size_t p = first; p < mPieces.size(); ++p) {
+        int32_t& speaker = mPieces[p].speaker;
+        if (speaker > known) {
+            int32_t& number = numbers[static_cast<size_t>(speaker - known - 1)];
+            if (number == 0) {
+                number = ++mSpeakers;
+            }
+            speaker = number;
+        }
+    }
 }
 
 std::vector<size_t> Diarizer::changes(const std::vector<float>& frames) const {

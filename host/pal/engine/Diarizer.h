@@ -1,12 +1,13 @@
 // Speaker diarization of a recording from its cepstra, utterance by utterance, with no speaker
 // model and no number of speakers given: the speech of each ended utterance (its frames well
 // above the utterance's quietest, by energy) is cut where the speaker changes (the Bayesian
-// information criterion, BIC, over a sliding window), and the pieces of the whole recording so
-// far are clustered bottom-up (two clusters merge while one full-covariance Gaussian explains
-// them better than two, by BIC). Speakers are numbered from 1
-// in the order they are first heard, and a number once given is never taken back: later evidence
-// may tie a new piece to an earlier speaker, not renumber what was reported. docs/ENGINE.md
-// describes the method and its limits.
+// information criterion, BIC, over a sliding window), the pieces of the whole recording so far
+// are clustered bottom-up (two clusters merge while one full-covariance Gaussian explains them
+// better than two, by BIC), and the utterance's speech is resegmented frame by frame with each
+// speaker's Gaussian, which finds the changes that the sliding window missed. Speakers are
+// numbered from 1 in the order they are first heard, and a number once given is never taken back:
+// later evidence may tie a new piece to an earlier speaker, not renumber what was reported.
+// docs/ENGINE.md describes the method and its limits.
 #ifndef PAL_ENGINE_DIARIZER_H
 #define PAL_ENGINE_DIARIZER_H
 
@@ -54,6 +55,8 @@ class Diarizer {
         void remove(const Statistics& part);
         // The log-determinant of the maximum-likelihood covariance, slightly regularised.
         double logDeterminant() const;
+        // The same, and that covariance's lower Cholesky factor, row by row, in `lower`.
+        double factor(std::vector<double>* lower) const;
     };
 
   private:
@@ -68,6 +71,14 @@ class Diarizer {
     std::vector<size_t> cluster() const;
     // Gives a speaker to the new pieces, from `first` on, after clustering.
     void label(size_t first);
+    // Gives each of `frames`, the speech of the new pieces, the speaker whose Gaussian (from all
+    // of its pieces) explains it best, the speaker changing only where that gains enough; the
+    // runs of one speaker become the new pieces, `bounds` their first frames and the end.
+    // Returns false, changing nothing, when fewer than two speakers have been heard long enough.
+    bool resegment(const std::vector<float>& frames, size_t first, std::vector<size_t>* bounds);
+    // Numbers again, in the order they are heard, the speakers first numbered after the first
+    // `known`: resegmentation may have taken every frame from one.
+    void renumber(size_t first, int32_t known);
 
     const int mFrameSize;
     const int mDimension;        // the coefficients used: all but the energy

@@ -60,6 +60,8 @@ const char* toString(Ending ending) {
             return "end_of_audio";
         case Ending::MaxDuration:
             return "max_duration";
+        case Ending::SpeakerChange:
+            return "speaker_change";
     }
     return "unknown";
 }

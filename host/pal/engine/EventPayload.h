@@ -20,11 +20,12 @@ constexpr uint32_t kPlainEventId = 0;
 
 // Why a final result was raised.
 enum class Ending {
-    Silence,      // the configured silence followed speech
-    Forced,       // PAL_PARAM_ID_ASR_FORCE_OUTPUT
-    TimeOut,      // no speech within the configured time-out
-    EndOfAudio,   // the source ended
-    MaxDuration,  // the utterance reached kMaxUtteranceMs (Recording.h)
+    Silence,        // the configured silence followed speech
+    Forced,         // PAL_PARAM_ID_ASR_FORCE_OUTPUT
+    TimeOut,        // no speech within the configured time-out
+    EndOfAudio,     // the source ended
+    MaxDuration,    // the utterance reached kMaxUtteranceMs (Recording.h)
+    SpeakerChange,  // another speaker took over within the utterance (diarization)
 };
 
 const char* toString(Ending ending);

@@ -10,6 +10,54 @@ namespace {
 // Audio kept from before the voice-activity detector hears speech: it decides a little late.
 constexpr int64_t kLeadMs = 500;
 
+// What one speaker said in an utterance: the turns, and the words, of a final result.
+struct Part {
+    std::vector<SpeakerTurn> turns;
+    Result result;
+};
+
+// The utterance's result cut where the speaker changes: a part for each run of turns of one
+// speaker, whose stretch reaches halfway to the next speaker's first turn, each word going to the
+// part whose stretch holds its middle. With fewer than two speakers, the result whole.
+std::vector<Part> splitBySpeaker(const Result& result, const std::vector<SpeakerTurn>& turns) {
+    std::vector<Part> parts;
+    for (const SpeakerTurn& turn : turns) {
+        if (parts.empty() || parts.back().turns.back().speaker != turn.speaker) {
+            parts.emplace_back();
+        }
+        parts.back().turns.push_back(turn);
+    }
+    if (parts.size() < 2) {
+        return {{turns, result}};
+    }
+    size_t p = 0;
+    for (const Word& word : result.words) {
+        while (p + 1 < parts.size() &&
+               word.startMs + word.endMs >=
+                       parts[p].turns.back().span.endMs + parts[p + 1].turns.front().span.startMs) {
+            ++p;
+        }
+        parts[p].result.words.push_back(word);
+    }
+    for (Part& part : parts) {
+        Result& said = part.result;
+        said.startMs = part.turns.front().span.startMs;
+        said.endMs = part.turns.back().span.endMs;
+        if (said.words.empty()) {
+            continue;
+        }
+        int64_t sum = 0;
+        for (const Word& word : said.words) {
+            said.text += (said.text.empty() ? "" : " ") + word.text;
+            sum += word.confidence;
+        }
+        said.startMs = said.words.front().startMs;
+        said.endMs = said.words.back().endMs;
+        said.confidence = static_cast<int32_t>(sum / static_cast<int64_t>(said.words.size()));
+    }
+    return parts;
+}
+
 }  // namespace
 
 Recording::Recording(Recogniser& recogniser, const Settings& settings, Translator* translator,
@@ -68,24 +116,32 @@ bool Recording::finishUtterance(Ending ending) {
     mQuietSinceMs = nowMs();
     mPartial.clear();
     // The speakers first, so that a client can name the speaker beside the result; whether or
-    // not the words are raised, someone spoke.
-    if (mFrontEnd != nullptr) {
-        std::vector<SpeakerTurn> turns = mDiarizer.assign(heard);
-        if (!turns.empty()) {
-            Event speakers = makeDiarizationEvent(turns);
+    // not the words are raised, someone spoke. Where the speaker changes, the utterance ends for
+    // the words so far: each speaker's words are a final result of their own.
+    const std::vector<Part> parts = mFrontEnd == nullptr
+                                            ? std::vector<Part>{{{}, result}}
+                                            : splitBySpeaker(result, mDiarizer.assign(heard));
+    for (size_t p = 0; p < parts.size(); ++p) {
+        if (!parts[p].turns.empty()) {
+            Event speakers = makeDiarizationEvent(parts[p].turns);
             if (!mRaise(speakers)) {
                 return false;
             }
         }
+        const Ending reason = p + 1 < parts.size() ? Ending::SpeakerChange : ending;
+        const Result& said = parts[p].result;
+        const bool wanted = reason == Ending::Forced ||
+                            (!said.words.empty() && said.confidence >= mSettings.threshold);
+        if (!wanted) {
+            continue;
+        }
+        std::unique_ptr<Translation> translation = translate(said.text);
+        Event event = makeFinalEvent(said, reason, mSettings.timestamps, translation.get());
+        if (!mRaise(event) || !mSettings.continuous) {
+            return false;
+        }
     }
-    const bool wanted = ending == Ending::Forced ||
-                        (!result.words.empty() && result.confidence >= mSettings.threshold);
-    if (!wanted) {
-        return true;
-    }
-    std::unique_ptr<Translation> translation = translate(result.text);
-    Event event = makeFinalEvent(result, ending, mSettings.timestamps, translation.get());
-    return mRaise(event) && mSettings.continuous;
+    return true;
 }
 
 bool Recording::feed(const std::vector<int16_t>& pcm) {

@@ -48,8 +48,8 @@ class Recording {
     // command got its result, or the time-out passed.
     bool feed(const std::vector<int16_t>& pcm);
     // Ends the current utterance and raises its result, unless it is empty or below the
-    // threshold (a forced result is raised whatever it holds). Returns false when the
-    // recognition is over.
+    // threshold (a forced result is raised whatever it holds); with diarization, a result for
+    // each speaker's words, each after its speakers. Returns false when the recognition is over.
     bool finishUtterance(Ending ending);
 
   private:
