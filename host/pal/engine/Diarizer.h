@@ -15,6 +15,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "Gaussian.h"
+
 namespace pal_engine {
 
 // A stretch of the recording, in ms from its start.
@@ -41,23 +43,6 @@ class Diarizer {
     // silence around its speech. Returns which speaker said what in it, in order; a turn covers
     // speech only, pauses under 300 ms included. Frames up to the utterance's end are dropped.
     std::vector<SpeakerTurn> assign(const Span& utterance);
-
-    // A piece of speech summarised by the sufficient statistics of a Gaussian over its frames.
-    struct Statistics {
-        double count = 0;
-        std::vector<double> sum;      // of each coefficient
-        std::vector<double> squares;  // of each product of two coefficients, lower triangle
-
-        explicit Statistics(int dimension = 0);
-        void add(const float* values);
-        void merge(const Statistics& other);
-        // Takes out the frames of `part`, which were added to these.
-        void remove(const Statistics& part);
-        // The log-determinant of the maximum-likelihood covariance, slightly regularised.
-        double logDeterminant() const;
-        // The same, and that covariance's lower Cholesky factor, row by row, in `lower`.
-        double factor(std::vector<double>* lower) const;
-    };
 
   private:
     struct Piece {
