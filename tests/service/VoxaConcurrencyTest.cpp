@@ -298,121 +298,68 @@ TEST_F(VoxaConcurrencyTest, TwoPalThreadsCallingIntoEachOthersSessions) {
     EXPECT_THAT(pal().openStreams(), IsEmpty());
 }
 
-// A client's callback stops its session, whose deferred stop the worker is held in, then makes
-// `more` calls, whose deferred PAL calls wait in the worker's queue until release().
-class HeldWorker {
-  public:
-    HeldWorker(const std::shared_ptr<IVoxa>& voxa, const std::shared_ptr<RecordingCallback>& client,
-               int32_t stopped, pal_stream_handle* stream, std::function<void()> more) {
-        FakePal::instance().setHook(Function::StreamStop, [this](const fake_pal::Call&) {
-            if (mHeld.exchange(true)) return;
-            mEntered.set_value();
-            mRelease.wait();
-        });
-        client->onCall([=] {
-            client->onCall(nullptr);
-            voxa->stopListening(stopped);
-            more();
-        });
-        EXPECT_EQ(0, FakePal::instance().raiseEvent(stream, 0, asrPayload("final")));
-        mEntered.get_future().wait();
-    }
-    ~HeldWorker() { FakePal::instance().setHook(Function::StreamStop, nullptr); }
-
-    void release() { mReleaseSignal.set_value(); }
-
-  private:
-    std::atomic<bool> mHeld{false};
-    std::promise<void> mEntered;
-    std::promise<void> mReleaseSignal;
-    std::shared_future<void> mRelease = mReleaseSignal.get_future().share();
-};
-
-// Each stream's PAL calls from the first stop or setParameter on, by stream.
-std::map<pal_stream_handle*, std::vector<Function>> laterCallsByStream() {
-    std::map<pal_stream_handle*, std::vector<Function>> byStream;
-    for (const fake_pal::Call& call : FakePal::instance().calls()) {
-        if (call.stream != nullptr) byStream[call.stream].push_back(call.function);
-    }
-    return byStream;
-}
-
-// Three listening sessions; the callback of the first's event stops it (held), releases the
-// second and sends the third a parameter.
-class QueuedCallsTest : public VoxaConcurrencyTest {
-  protected:
-    void SetUp() override {
+// Three listening sessions; the callback of the first's event stops it, whose deferred stop holds
+// the worker, then releases the second and sends the third a parameter (and, before the service
+// goes, registers the global callback again), so that those calls wait in the worker's queue. The
+// client dies, or the service goes, meanwhile: each session's queued calls run first, every stream
+// closes once, and the service withdraws its registration, so that nothing of the PAL's can reach
+// the freed object.
+TEST_F(VoxaConcurrencyTest, ClientDeathAndDestructionRunTheQueuedCallsFirst) {
+    using F = Function;
+    VoxaParameter force;
+    force.param = ParameterType::FORCE_OUTPUT_EVENT;
+    for (bool destroy : {false, true}) {
+        SCOPED_TRACE(destroy ? "service destroyed" : "client died");
+        auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+        ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
+        auto client = ndk::SharedRefBase::make<RecordingCallback>();
+        int32_t handles[3];
+        pal_stream_handle* streams[3];
         for (int i = 0; i < 3; ++i) {
-            mHandles.push_back(openSession(mClient));
-            mStreams.push_back(lastStream());
-            ASSERT_TRUE(mVoxa->startListening(mHandles.back(), englishConfig()).isOk());
+            handles[i] = openSession(client);
+            streams[i] = lastStream();
+            ASSERT_TRUE(mVoxa->startListening(handles[i], englishConfig()).isOk());
         }
         pal().clearCalls();
-    }
-
-    std::unique_ptr<HeldWorker> holdWorker(std::function<void()> more = [] {}) {
-        VoxaParameter force;
-        force.param = ParameterType::FORCE_OUTPUT_EVENT;
-        return std::make_unique<HeldWorker>(mVoxa, mClient, mHandles[0], mStreams[0], [=] {
-            mVoxa->releaseSession(mHandles[1]);
-            mVoxa->setParameter(mHandles[2], force);
-            more();
+        PalCallGate held(F::StreamStop);
+        client->onCall([&] {
+            client->onCall(nullptr);
+            mVoxa->stopListening(handles[0]);
+            mVoxa->releaseSession(handles[1]);
+            mVoxa->setParameter(handles[2], force);
+            if (destroy) mVoxa->registerGlobalCallback(global);
         });
+        EXPECT_EQ(0, pal().raiseEvent(streams[0], 0, asrPayload("final")));
+        held.waitUntilEntered();
+        std::thread ending([&] {
+            if (destroy) {
+                mVoxa.reset();
+                binder_host::clearServices();
+            } else {
+                binder_host::killProcessOf(global->asBinder().get());
+            }
+        });
+        std::this_thread::sleep_for(20ms);
+        held.release();
+        ending.join();
+        if (!destroy) service().waitForDeferredCalls();
+
+        std::map<pal_stream_handle*, std::vector<Function>> calls;
+        for (const fake_pal::Call& call : pal().calls()) {
+            if (call.stream != nullptr) calls[call.stream].push_back(call.function);
+        }
+        // The death stops each session once more; the destruction closes it.
+        EXPECT_EQ((destroy ? std::vector<F>{F::StreamStop, F::StreamClose}
+                           : std::vector<F>{F::StreamStop, F::StreamStop, F::StreamClose}),
+                  calls[streams[0]]);
+        EXPECT_THAT(calls[streams[1]], ::testing::ElementsAre(F::StreamStop, F::StreamClose));
+        EXPECT_THAT(calls[streams[2]],
+                    ::testing::ElementsAre(F::StreamSetParam, F::StreamStop, F::StreamClose));
+        EXPECT_THAT(pal().openStreams(), IsEmpty());
+        EXPECT_EQ(fake_pal::kNotDelivered, pal().raiseEvent(streams[2], 0, asrPayload("late")));
     }
-
-    std::shared_ptr<RecordingCallback> mClient = ndk::SharedRefBase::make<RecordingCallback>();
-    std::vector<int32_t> mHandles;
-    std::vector<pal_stream_handle*> mStreams;
-};
-
-// The client dies while deferred calls wait in the queue: the death stops and closes each session
-// once the session's queued calls have run, and the released session closes once.
-TEST_F(QueuedCallsTest, ClientDeathWaitsForEachSessionsQueuedCalls) {
-    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
-    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
-    pal().clearCalls();
-    std::unique_ptr<HeldWorker> held = holdWorker();
-    std::thread death([&] { binder_host::killProcessOf(global->asBinder().get()); });
-    std::this_thread::sleep_for(20ms);
-    held->release();
-    death.join();
-    service().waitForDeferredCalls();
-
-    using F = Function;
-    auto calls = laterCallsByStream();
-    EXPECT_THAT(calls[mStreams[0]],
-                ::testing::ElementsAre(F::StreamStop, F::StreamStop, F::StreamClose));
-    EXPECT_THAT(calls[mStreams[1]], ::testing::ElementsAre(F::StreamStop, F::StreamClose));
-    EXPECT_THAT(calls[mStreams[2]],
-                ::testing::ElementsAre(F::StreamSetParam, F::StreamStop, F::StreamClose));
-    EXPECT_THAT(pal().openStreams(), IsEmpty());
-}
-
-// The service goes while deferred calls wait in the queue, a registration among them: the calls
-// run before it is gone, every stream closes once, and the registration is withdrawn, so nothing
-// of the PAL's can reach the freed object.
-TEST_F(QueuedCallsTest, DestroyingTheServiceRunsTheQueuedCallsFirst) {
-    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
-    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
-    std::unique_ptr<HeldWorker> held = holdWorker([&] { mVoxa->registerGlobalCallback(global); });
-    std::thread destruction([&] {
-        mVoxa.reset();
-        binder_host::clearServices();
-    });
-    std::this_thread::sleep_for(20ms);
-    held->release();
-    destruction.join();
-
-    using F = Function;
-    auto calls = laterCallsByStream();
-    EXPECT_THAT(calls[mStreams[0]], ::testing::ElementsAre(F::StreamStop, F::StreamClose));
-    EXPECT_THAT(calls[mStreams[1]], ::testing::ElementsAre(F::StreamStop, F::StreamClose));
-    EXPECT_THAT(calls[mStreams[2]],
-                ::testing::ElementsAre(F::StreamSetParam, F::StreamStop, F::StreamClose));
-    EXPECT_THAT(pal().openStreams(), IsEmpty());
     EXPECT_EQ(Bytes(16).vector(), pal().calls(Function::SetParam).back().payload);
     EXPECT_FALSE(pal().notifyResourcesAvailable());
-    EXPECT_EQ(fake_pal::kNotDelivered, pal().raiseEvent(mStreams[2], 0, asrPayload("late")));
 }
 
 // Whether the calling thread's last pal_stream_open began before the client's death did.
