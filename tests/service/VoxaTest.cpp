@@ -338,6 +338,13 @@ TEST_F(VoxaTest, SupportedLanguagesAreAppendedForAnyHandle) {
 }
 
 TEST_F(VoxaTest, GlobalCallbackRegistration) {
+    // The PAL may report resources with the service's cookie before any callback is stored.
+    Voxa::onResourcesAvailable(serviceAddress());
+    Voxa::onResourcesAvailable(0);
+    EXPECT_THAT(mLog.lines(), ElementsAre(Info("onResourcesAvailable: Exit"),
+                                          Info("onResourcesAvailable: Exit")));
+    mLog.clear();
+
     auto first = ndk::SharedRefBase::make<CountingGlobalCallback>();
     ASSERT_TRUE(mVoxa->registerGlobalCallback(first).isOk());
     std::vector<fake_pal::Call> calls = pal().calls(Function::SetParam);
@@ -404,29 +411,6 @@ TEST_F(VoxaTest, GlobalCallbackRegistration) {
     EXPECT_EQ(2, callback->count());
 }
 
-// The client is watched while it has sessions: releasing the last one stops watching it, and its
-// next session watches it again, so that its death still closes that session's stream.
-TEST_F(VoxaTest, TheClientIsWatchedWhileItHasSessions) {
-    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
-    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
-    auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    int32_t a = openSession(client);
-    int32_t b = openSession(client);
-    ASSERT_TRUE(mVoxa->releaseSession(a).isOk());
-    EXPECT_EQ(1u, binder_host::deathLinkCount(global->asBinder().get()));
-    ASSERT_TRUE(mVoxa->releaseSession(b).isOk());
-    EXPECT_EQ(0u, binder_host::deathLinkCount(global->asBinder().get()));
-
-    mLog.clear();
-    int32_t c = openSession(client);
-    EXPECT_EQ(1u, binder_host::deathLinkCount(global->asBinder().get()));
-    EXPECT_THAT(mLog.lines(), ::testing::Not(::testing::Contains(::testing::Field(
-                                      &voxa_test::LogLine::priority, ANDROID_LOG_ERROR))));
-    binder_host::killProcessOf(global->asBinder().get());
-    EXPECT_THAT(pal().openStreams(), IsEmpty());
-    EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(c)));
-}
-
 // Handles count up from zero, a failed initSession's included, and are never reused; after the
 // counter wraps around, a handle still in use is skipped: the live session keeps its handle and
 // its events.
@@ -456,29 +440,31 @@ TEST_F(VoxaTest, WrappedHandlesSkipLiveSessions) {
     EXPECT_EQ(live, client->deliveries()[0].handle);
 }
 
-TEST_F(VoxaTest, WithoutAGlobalCallbackReleaseAndResourcesStillWork) {
-    auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    EXPECT_TRUE(mVoxa->releaseSession(openSession(client)).isOk());
-
-    // The PAL may report resources with the service's cookie before any callback is stored.
-    mLog.clear();
-    Voxa::onResourcesAvailable(serviceAddress());
-    Voxa::onResourcesAvailable(0);
-    EXPECT_THAT(mLog.lines(), ElementsAre(Info("onResourcesAvailable: Exit"),
-                                          Info("onResourcesAvailable: Exit")));
-}
-
-// The client dies with three sessions open: each is stopped, then closed, and handles go on.
+// The client is watched while it has sessions, from its global callback's registration on:
+// releasing the last session stops watching it, and its next session watches it again. When it
+// dies, each of its sessions is stopped, then closed, and handles go on.
 TEST_F(VoxaTest, ClientDeathClosesItsSessions) {
     auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    auto links = [&] { return binder_host::deathLinkCount(global->asBinder().get()); };
+    int32_t a = openSession(client);
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
+    int32_t b = openSession(client);
+    ASSERT_TRUE(mVoxa->releaseSession(a).isOk());
+    EXPECT_EQ(1u, links());
+    ASSERT_TRUE(mVoxa->releaseSession(b).isOk());
+    EXPECT_EQ(0u, links());
+
+    mLog.clear();
     std::vector<pal_stream_handle*> streams;
     for (int i = 0; i < 3; ++i) {
         openSession(client);
         streams.push_back(lastStream());
     }
-    ASSERT_TRUE(mVoxa->startListening(2, englishConfig()).isOk());
-    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());  // watches the client from now on
+    EXPECT_EQ(1u, links());
+    EXPECT_THAT(mLog.lines(), ::testing::Not(::testing::Contains(::testing::Field(
+                                      &voxa_test::LogLine::priority, ANDROID_LOG_ERROR))));
+    ASSERT_TRUE(mVoxa->startListening(3, englishConfig()).isOk());
     pal().clearCalls();
     mLog.clear();
     binder_host::killProcessOf(global->asBinder().get());
@@ -493,10 +479,17 @@ TEST_F(VoxaTest, ClientDeathClosesItsSessions) {
         closed.insert(calls[i].stream);
     }
     EXPECT_EQ(std::set<pal_stream_handle*>(streams.begin(), streams.end()), closed);
-    EXPECT_EQ(-1, serviceError(mVoxa->stopListening(1)));
-    EXPECT_EQ(3, openSession(client));  // numbering goes on
+    EXPECT_THAT(pal().openStreams(), IsEmpty());
+    EXPECT_EQ(-1, serviceError(mVoxa->stopListening(3)));
+    EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(4)));
+    EXPECT_EQ(5, openSession(client));  // numbering goes on
     EXPECT_THAT(mLog.lines(), ::testing::Contains(Info("clientDiedCallback: Client died " +
                                                        pointerText(serviceAddress()) + "k")));
+
+    // A death notice without a service only logs.
+    mLog.clear();
+    clientDiedCallback(nullptr);
+    EXPECT_THAT(mLog.lines(), ElementsAre(Info("clientDiedCallback: Client died (nil)k")));
 }
 
 std::string dumpOf(const std::shared_ptr<IVoxa>& voxa) {
@@ -564,12 +557,6 @@ TEST_F(VoxaTest, DumpReportsTheServiceAndEachSession) {
                                                     "    events delivered: plain 0"));
     gate.release();
     binder.join();
-}
-
-TEST(ClientDiedCallbackTest, NullCookieOnlyLogs) {
-    LogCapture log;
-    clientDiedCallback(nullptr);
-    EXPECT_THAT(log.lines(), ElementsAre(Info("clientDiedCallback: Client died (nil)k")));
 }
 
 }  // namespace
