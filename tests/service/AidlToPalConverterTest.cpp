@@ -29,59 +29,50 @@ std::vector<uint8_t> configPayload(int32_t inputId, int32_t outputId, ModeBytes 
     return bytes.vector();
 }
 
-// The mode alone decides the mode bytes: the flags that sound like modes are never read, and an
-// unknown mode is logged and sets none.
-TEST(ConvertConfigTest, EachModeSetsItsFlagsAndNothingElse) {
+// Every field and the data (of any size) are copied unchanged, the text language codes deciding
+// the ids. The mode alone decides the mode bytes: the flags that sound like modes are never read,
+// and an unknown mode is logged and sets none.
+TEST(ConvertConfigTest, FieldsAreCopiedAndEachModeSetsItsFlagsAndNothingElse) {
     struct {
         TranscriptionMode mode;
         ModeBytes bytes;
+        size_t dataSize;
     } const cases[] = {
-            {TranscriptionMode::PARTIAL_COMMAND, {0, 1, 0, 0}},
-            {TranscriptionMode::PARTIAL_CONTINUOUS, {1, 1, 0, 0}},
-            {TranscriptionMode::BUFFERED_EVENT, {1, 0, 0, 1}},
-            {TranscriptionMode::BUFFERING, {1, 0, 1, 0}},
-            {static_cast<TranscriptionMode>(7), {0, 0, 0, 0}},
+            {TranscriptionMode::PARTIAL_COMMAND, {0, 1, 0, 0}, 0},
+            {TranscriptionMode::PARTIAL_CONTINUOUS, {1, 1, 0, 0}, 5},
+            {TranscriptionMode::BUFFERED_EVENT, {1, 0, 0, 1}, 300},
+            {TranscriptionMode::BUFFERING, {1, 0, 1, 0}, 1},
+            {static_cast<TranscriptionMode>(7), {0, 0, 0, 0}, 0},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(toString(c.mode));
-        LogCapture log;
-        VoxaConfig config = englishConfig();
-        config.mode = c.mode;
-        config.enable_continuous_mode = true;
-        config.enable_partial_transcription = true;
-        config.outputBufferMode = true;
-        std::vector<uint8_t> payload;
-        AidlToPalConverter::convertConfig(config, payload);
-        EXPECT_EQ(configPayload(0, 0, c.bytes, config), payload);
-        EXPECT_EQ(c.mode == static_cast<TranscriptionMode>(7)
-                          ? Lines({"E convertConfig: Unsupported mode recieved : 7"})
-                          : Lines({}),
-                  log.lines());
-    }
-}
-
-TEST(ConvertConfigTest, FieldsAndDataAreCopiedUnchanged) {
-    for (size_t n : {0u, 5u, 300u}) {
-        SCOPED_TRACE(n);
-        VoxaConfig config;
-        config.input_lang_code = "de-DE";
-        config.output_lang_code = "yue-CH";
-        config.input_language_code = LanguageCode::JA_JP;  // ignored: the text codes decide
-        config.enable_language_detection = true;
-        config.enable_translation = true;
-        config.enable_text_timestamp = true;
-        config.enable_speaker_diarization = true;
-        config.threshold = INT32_MIN;
-        config.timeout_duration = INT32_MAX;
-        config.silence_detection_duration = -1;
-        config.mode = TranscriptionMode::BUFFERED_EVENT;
-        config.outputBufferMode = false;
-        for (size_t i = 0; i < n; ++i) config.data.push_back(static_cast<uint8_t>(255 - i));
-
-        std::vector<uint8_t> payload;
-        AidlToPalConverter::convertConfig(config, payload);
-        ASSERT_EQ(40 + n, payload.size());
-        EXPECT_EQ(configPayload(2, 99, {1, 0, 0, 1}, config), payload);
+        for (bool modeFlags : {false, true}) {
+            SCOPED_TRACE(toString(c.mode) + (modeFlags ? ", mode flags set" : ""));
+            LogCapture log;
+            VoxaConfig config;
+            config.input_lang_code = "de-DE";
+            config.output_lang_code = "yue-CH";
+            config.input_language_code = LanguageCode::JA_JP;  // ignored: the text codes decide
+            config.enable_language_detection = !modeFlags;
+            config.enable_translation = modeFlags;
+            config.enable_text_timestamp = !modeFlags;
+            config.enable_speaker_diarization = modeFlags;
+            config.threshold = INT32_MIN;
+            config.timeout_duration = INT32_MAX;
+            config.silence_detection_duration = -1;
+            config.mode = c.mode;
+            config.enable_continuous_mode = modeFlags;
+            config.enable_partial_transcription = modeFlags;
+            config.outputBufferMode = modeFlags;
+            for (size_t i = 0; i < c.dataSize; ++i) config.data.push_back(255 - i);
+            std::vector<uint8_t> payload;
+            AidlToPalConverter::convertConfig(config, payload);
+            ASSERT_EQ(40 + c.dataSize, payload.size());
+            EXPECT_EQ(configPayload(2, 99, c.bytes, config), payload);
+            EXPECT_EQ(c.mode == static_cast<TranscriptionMode>(7)
+                              ? Lines({"E convertConfig: Unsupported mode recieved : 7"})
+                              : Lines({}),
+                      log.lines());
+        }
     }
 }
 

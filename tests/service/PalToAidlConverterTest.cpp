@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <tuple>
 
 #include "PalToAidlConverter.h"
 #include "ServiceTestSupport.h"
@@ -61,104 +62,83 @@ TEST(ConvertAsrEventTest, ResultsAtFixedStrideWithTrailingDataOnTopOfTheNext) {
     EXPECT_EQ((std::vector<uint8_t>{0, 255, 9}), second.data);
 }
 
-// One time-stamped result whose word slots j hold value j, word "w<j>" and times j*10, j*10+5.
-Bytes tsPayload(int32_t wordCount, size_t items = 1) {
-    Bytes payload(tsItem(items));
-    payload.u32(0, 0).u32(4, items);
-    for (size_t i = 0; i < items; ++i) {
-        size_t item = tsItem(i);
-        payload.u8(item, 1).i32(item + 4, 42).text(item + 12, "hello world");
-        payload.i64(item + 1040, -1).i64(item + 1048, INT64_MAX);
-        payload.i32(item + 1056, wordCount).text(item + 10668, "{\"json\":1}");
-        for (int j = 0; j < 200; ++j) {
-            size_t slot = item + 1064 + 48 * j;
-            payload.i32(slot, j).text(slot + 4, "w" + std::to_string(j));
-            payload.i64(slot + 32, j * 10).i64(slot + 40, j * 10 + 5);
-        }
-    }
-    return payload;
-}
-
-VoxaEvent convertTs(Bytes& payload) {
-    VoxaEvent event;
-    PalToAidlConverter::convertAsrTimeStampEvent(
-            reinterpret_cast<pal_asr_ts_event*>(payload.data()), event);
-    return event;
-}
-
-TEST(ConvertAsrTimeStampEventTest, WordCountIsKeptAndBoundsTheWords) {
+// Two time-stamped results, the first with 8 bytes of trailing data, which are the start of the
+// second (its flag byte 1, three padding bytes 0xff and its value). Each result's word slots j
+// hold value j, word "w<j>" and times j*10, j*10+5; its word count is kept, and bounds the words.
+TEST(ConvertAsrTimeStampEventTest, WordCountIsKeptAndBoundsTheWordsAndDataRunsIntoTheNext) {
     for (int32_t count : {-3, 0, 2, 200, 201}) {
         SCOPED_TRACE(count);
-        Bytes payload = tsPayload(count);
-        VoxaEvent event = convertTs(payload);
+        Bytes payload(tsItem(2));
+        payload.u32(0, 0).u32(4, 2);
+        for (size_t item : {tsItem(0), tsItem(1)}) {
+            payload.u8(item, 1).i32(item + 4, 42).text(item + 12, "hello world");
+            payload.i64(item + 1040, -1).i64(item + 1048, INT64_MAX);
+            payload.i32(item + 1056, count).text(item + 10668, "{\"json\":1}");
+            for (int j = 0; j < 200; ++j) {
+                size_t slot = item + 1064 + 48 * j;
+                payload.i32(slot, j).text(slot + 4, "w" + std::to_string(j));
+                payload.i64(slot + 32, j * 10).i64(slot + 40, j * 10 + 5);
+            }
+        }
+        payload.u32(tsItem(0) + 14764, 8).u32(tsItem(1), 0xffffff01);
+        VoxaEvent event;
+        PalToAidlConverter::convertAsrTimeStampEvent(
+                reinterpret_cast<pal_asr_ts_event*>(payload.data()), event);
         EXPECT_EQ(0, event.status);
         EXPECT_FALSE(event.events.has_value());
         ASSERT_TRUE(event.timestamp_events.has_value());
-        ASSERT_EQ(1u, event.timestamp_events->size());
-        const VoxaEvent::EventTS& result = *event.timestamp_events->at(0);
-        EXPECT_EQ(count, result.word_count);
-        // A count past the slot array yields the slots there are.
-        ASSERT_EQ(static_cast<size_t>(std::clamp(count, 0, 200)), result.words.size());
-        for (size_t j = 0; j < result.words.size(); ++j) {
-            EXPECT_EQ(static_cast<int32_t>(j), result.words[j].value);
-            EXPECT_EQ("w" + std::to_string(j), result.words[j].word);
-            EXPECT_EQ(static_cast<int64_t>(j * 10), result.words[j].start_ts);
-            EXPECT_EQ(static_cast<int64_t>(j * 10 + 5), result.words[j].end_ts);
+        ASSERT_EQ(2u, event.timestamp_events->size());
+        for (size_t i = 0; i < 2; ++i) {
+            const VoxaEvent::EventTS& result = *event.timestamp_events->at(i);
+            EXPECT_EQ(count, result.word_count);
+            // A count past the slot array yields the slots there are.
+            ASSERT_EQ(static_cast<size_t>(std::clamp(count, 0, 200)), result.words.size());
+            for (size_t j = 0; j < result.words.size(); ++j) {
+                EXPECT_EQ(static_cast<int32_t>(j), result.words[j].value);
+                EXPECT_EQ("w" + std::to_string(j), result.words[j].word);
+                EXPECT_EQ(static_cast<int64_t>(j * 10), result.words[j].start_ts);
+                EXPECT_EQ(static_cast<int64_t>(j * 10 + 5), result.words[j].end_ts);
+            }
+            EXPECT_TRUE(result.flag);
+            EXPECT_EQ(42, result.value);
+            EXPECT_EQ("hello world", result.text);
+            EXPECT_EQ("{\"json\":1}", result.aux_text);
+            EXPECT_EQ(-1, result.start_ts);
+            EXPECT_EQ(INT64_MAX, result.end_ts);
+            EXPECT_EQ((i == 0 ? std::vector<uint8_t>{1, 0xff, 0xff, 0xff, 42, 0, 0, 0}
+                              : std::vector<uint8_t>{}),
+                      result.data);
         }
-        EXPECT_TRUE(result.flag);
-        EXPECT_EQ(42, result.value);
-        EXPECT_EQ("hello world", result.text);
-        EXPECT_EQ("{\"json\":1}", result.aux_text);
-        EXPECT_EQ(-1, result.start_ts);
-        EXPECT_EQ(INT64_MAX, result.end_ts);
-        EXPECT_THAT(result.data, IsEmpty());
     }
 }
 
-TEST(ConvertAsrTimeStampEventTest, TrailingDataIsTheStartOfTheNextResult) {
-    Bytes payload = tsPayload(1, 2);
-    payload.u32(tsItem(0) + 14764, 8);
-    payload.u32(tsItem(1), 0xffffff01);  // flag byte 1 and three padding bytes
-    VoxaEvent event = convertTs(payload);
-    ASSERT_EQ(2u, event.timestamp_events->size());
-    EXPECT_EQ((std::vector<uint8_t>{1, 0xff, 0xff, 0xff, 42, 0, 0, 0}),
-              event.timestamp_events->at(0)->data);
-    EXPECT_THAT(event.timestamp_events->at(1)->data, IsEmpty());
-}
-
-SpeakerDiarizationEvent convertSdz(Bytes& payload, SpeakerDiarizationEvent event = {}) {
-    PalToAidlConverter::convertSdzEvent(reinterpret_cast<pal_sdz_event*>(payload.data()), event);
-    return event;
-}
-
-TEST(ConvertSdzEventTest, NoResultsLeavesTheRecordAsItWas) {
-    Bytes payload(8);
+// No result leaves the record as it was. Results follow each other at an 8-byte stride, so that a
+// result's header overlays the previous result's first speaker record: result 1's header (count 2,
+// flag 0) is the first 8 bytes of result 0's speaker at 16, and result 1's speakers start at 24 and
+// 168.
+TEST(ConvertSdzEventTest, ResultsAtAnEightByteStrideWithTheirSpeakers) {
     SpeakerDiarizationEvent before;
     before.events.emplace_back().speaker_count = 9;
-    EXPECT_EQ(before, convertSdz(payload, before));
-}
-
-TEST(ConvertSdzEventTest, OneResultWithTwoSpeakers) {
-    Bytes payload(16 + 2 * 144);
-    payload.u32(0, 1).u32(8, 2).u32(12, 7);
-    payload.i32(16, 11).i64(24, 100).i64(32, 200);
-    payload.i32(160, 12).i64(168, 300).i64(176, -400);
-    SpeakerDiarizationEvent expected;
-    expected.events.push_back({2, true, {{11, 100, 200}, {12, 300, -400}}, {}});
-    EXPECT_EQ(expected, convertSdz(payload));
-}
-
-TEST(ConvertSdzEventTest, ResultHeadersOverlayThePreviousSpeakerRecords) {
-    Bytes payload(24 + 2 * 144);
-    payload.u32(0, 2).u32(8, 1).u32(12, 0);
-    // Result 0's speaker 0 starts at 16; its first 8 bytes are result 1's header (count 2, flag 0)
-    // and result 1's speakers start at 24 and 168.
-    payload.i32(16, 2).u32(20, 0).i64(24, 5).i64(32, 6);
-    payload.i32(168, 77).i64(176, 8).i64(184, 9);
-    SpeakerDiarizationEvent expected;
-    expected.events.push_back({1, false, {{2, 5, 6}}, {}});
-    expected.events.push_back({2, false, {{5, 6, 0}, {77, 8, 9}}, {}});
-    EXPECT_EQ(expected, convertSdz(payload));
+    Bytes twoSpeakers(16 + 2 * 144);
+    twoSpeakers.u32(0, 1).u32(8, 2).u32(12, 7);
+    twoSpeakers.i32(16, 11).i64(24, 100).i64(32, 200);
+    twoSpeakers.i32(160, 12).i64(168, 300).i64(176, -400);
+    SpeakerDiarizationEvent oneResult;
+    oneResult.events.push_back({2, true, {{11, 100, 200}, {12, 300, -400}}, {}});
+    Bytes overlaid(24 + 2 * 144);
+    overlaid.u32(0, 2).u32(8, 1).u32(12, 0);
+    overlaid.i32(16, 2).u32(20, 0).i64(24, 5).i64(32, 6);
+    overlaid.i32(168, 77).i64(176, 8).i64(184, 9);
+    SpeakerDiarizationEvent twoResults;
+    twoResults.events.push_back({1, false, {{2, 5, 6}}, {}});
+    twoResults.events.push_back({2, false, {{5, 6, 0}, {77, 8, 9}}, {}});
+    for (auto [payload, event, expected] : {std::tuple(Bytes(8), before, before),
+                                            {twoSpeakers, {}, oneResult},
+                                            {overlaid, {}, twoResults}}) {
+        PalToAidlConverter::convertSdzEvent(reinterpret_cast<pal_sdz_event*>(payload.data()),
+                                            event);
+        EXPECT_EQ(expected, event);
+    }
 }
 
 }  // namespace
