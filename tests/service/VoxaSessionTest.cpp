@@ -20,16 +20,26 @@ class VoxaSessionTest : public FakePalTest {
         ASSERT_EQ(0, mSession->start(englishConfig()));
         mLog.clear();
     }
-    int32_t raise(uint32_t eventId, const std::vector<uint8_t>& payload) {
-        return pal().raiseEvent(lastStream(), eventId, payload);
+    int32_t raise(uint32_t eventId, const std::vector<uint8_t>& payload,
+                  const fake_pal::Delivery& delivery = {}) {
+        return pal().raiseEvent(lastStream(), eventId, payload, delivery);
     }
 };
 
-TEST_F(VoxaSessionTest, LoadModelOpensTheCaptureStreamAndSendsTheModel) {
+// The model goes to a capture stream opened for it; a parameter's payload is a 4-byte count
+// followed by the data, in room for 20 bytes.
+TEST_F(VoxaSessionTest, LoadModelOpensTheCaptureStreamAndParametersSendCountedData) {
     ASSERT_EQ(0, mSession->loadModel(testModel()));
+    VoxaParameter parameter;
+    parameter.param = ParameterType::FORCE_OUTPUT_EVENT;
+    parameter.data = {1, 2, 3, 255};
+    EXPECT_EQ(0, mSession->setParameter(parameter));
+    parameter.param = ParameterType::CUSTOM_EXTRAS;
+    parameter.data.assign(20, 0xab);
+    EXPECT_EQ(0, mSession->setParameter(parameter));
 
     std::vector<fake_pal::Call> calls = pal().calls();
-    ASSERT_EQ(2u, calls.size());
+    ASSERT_EQ(4u, calls.size());
     const fake_pal::Call& open = calls[0];
     EXPECT_EQ(Function::StreamOpen, open.function);
     Bytes attributes(232);
@@ -50,6 +60,8 @@ TEST_F(VoxaSessionTest, LoadModelOpensTheCaptureStreamAndSendsTheModel) {
     EXPECT_EQ(77u, param.paramId);
     EXPECT_EQ(28u, param.payload.size());
     EXPECT_EQ(24u, voxa_test::readAt<uint32_t>(param.payload, 0));
+    EXPECT_EQ(Bytes(8).u32(0, 4).bytes(4, {1, 2, 3, 255}).vector(), calls[2].payload);
+    EXPECT_EQ(Bytes(24).u32(0, 20).bytes(4, parameter.data).vector(), calls[3].payload);
 }
 
 // Events reach the client only while the session listens: not before its start, not after a
@@ -74,24 +86,6 @@ TEST_F(VoxaSessionTest, EventsReachTheClientOnlyWhileListening) {
     EXPECT_EQ(0, raise(2, sdzPayload(1)));
     EXPECT_EQ(1u, mClient->deliveries().size());
     EXPECT_THAT(mLog.lines(), ElementsAre(Info("onEventCallback: Exit, handle 7")));
-}
-
-// The parameter payload is a 4-byte count followed by the data, in room for 20 bytes.
-TEST_F(VoxaSessionTest, SetParameterSendsCountedData) {
-    ASSERT_EQ(0, mSession->loadModel(testModel()));
-    pal().clearCalls();
-    VoxaParameter parameter;
-    parameter.param = ParameterType::FORCE_OUTPUT_EVENT;
-    parameter.data = {1, 2, 3, 255};
-    EXPECT_EQ(0, mSession->setParameter(parameter));
-    parameter.param = ParameterType::CUSTOM_EXTRAS;
-    parameter.data.assign(20, 0xab);
-    EXPECT_EQ(0, mSession->setParameter(parameter));
-
-    std::vector<fake_pal::Call> calls = pal().calls();
-    ASSERT_EQ(2u, calls.size());
-    EXPECT_EQ(Bytes(8).u32(0, 4).bytes(4, {1, 2, 3, 255}).vector(), calls[0].payload);
-    EXPECT_EQ(Bytes(24).u32(0, 20).bytes(4, parameter.data).vector(), calls[1].payload);
 }
 
 // A binder thread may still hold a session that another has released: once closed, every
@@ -119,7 +113,8 @@ TEST_F(VoxaSessionTest, AClosedSessionRefusesEveryOperation) {
               mLog.lines());
 }
 
-// A client that fails its callbacks still gets every later event.
+// A client that fails its callbacks still gets every later event. Malformed callbacks (no payload,
+// no stream, no cookie) are refused before they reach the session.
 TEST_F(VoxaSessionTest, EventsAreDecodedByIdAndDeliveredWithTheHandle) {
     listen();
     mClient->failWith(-4);
@@ -151,23 +146,21 @@ TEST_F(VoxaSessionTest, EventsAreDecodedByIdAndDeliveredWithTheHandle) {
     EXPECT_EQ(Info("onEventCallback: Exit, handle 7"), lines[1]);
     EXPECT_EQ(Info("onEventCallback:[7] send asr timestamp event"), lines[6]);
     EXPECT_EQ(Info("onEventCallback:[7] send sdz event"), lines[8]);
-}
 
-TEST_F(VoxaSessionTest, MalformedCallbacksAreRefusedBeforeTheSession) {
-    listen();
+    mLog.clear();
     fake_pal::Delivery nullPayload;
     nullPayload.nullPayload = true;
     nullPayload.size = 12;
-    EXPECT_EQ(-22, pal().raiseEvent(lastStream(), 4, asrPayload("x"), nullPayload));
+    EXPECT_EQ(-22, raise(4, asrPayload("x"), nullPayload));
     fake_pal::Delivery nullStream;
     nullStream.nullStream = true;
-    EXPECT_EQ(-22, pal().raiseEvent(lastStream(), 1, asrPayload("x"), nullStream));
+    EXPECT_EQ(-22, raise(1, asrPayload("x"), nullStream));
     std::vector<uint8_t> payload = asrPayload("x");
     unsigned long stream = 0;
     EXPECT_EQ(0,
               VoxaSession::palCallback(&stream, 0, reinterpret_cast<unsigned int*>(payload.data()),
                                        payload.size(), 0));
-    EXPECT_THAT(mClient->deliveries(), IsEmpty());
+    EXPECT_EQ(5u, mClient->count());
     EXPECT_THAT(mLog.lines(),
                 ElementsAre(Error("palCallback: error, invalid handle/eventData id 4, size 12"),
                             Error("palCallback: error, invalid handle/eventData id 1, size 5148")));
