@@ -6,9 +6,9 @@
 // number of operations (make stress runs 800,000); a watchdog turns a hang into a failure.
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <map>
 #include <random>
 #include <set>
@@ -57,15 +57,12 @@ class StressTest : public ServiceTest {
         StressTest& mTest;
     };
 
-    std::shared_ptr<SessionRecord> record(int32_t handle) {
-        std::lock_guard<std::mutex> lock(mSessionsLock);
-        auto entry = mSessions.find(handle);
-        return entry == mSessions.end() ? nullptr : entry->second;
-    }
-
     void heard(int32_t handle) {
         mCounts.delivered++;
-        std::shared_ptr<SessionRecord> session = record(handle);
+        std::unique_lock<std::mutex> sessionsLock(mSessionsLock);
+        auto entry = mSessions.find(handle);
+        std::shared_ptr<SessionRecord> session = entry == mSessions.end() ? nullptr : entry->second;
+        sessionsLock.unlock();
         if (session == nullptr || !session->mayHear) {
             mCounts.violations++;
             fprintf(stderr, "event for handle %d, which was not listening\n", handle);
@@ -166,13 +163,9 @@ class StressTest : public ServiceTest {
 TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
     const char* configured = std::getenv("VOXA_STRESS_OPERATIONS");
     const long operations = configured != nullptr ? std::atol(configured) : 16000;
-    std::atomic<bool> done{false};
-    std::mutex doneLock;
-    std::condition_variable finished;
-
-    std::thread watchdog([&] {
-        std::unique_lock<std::mutex> lock(doneLock);
-        if (finished.wait_for(lock, kWatchdogLimit, [&] { return done.load(); })) return;
+    std::promise<void> done;
+    std::thread watchdog([&, finished = done.get_future()] {
+        if (finished.wait_for(kWatchdogLimit) == std::future_status::ready) return;
         fprintf(stderr, "stress: no progress after %ld operations\n", mCounts.operations.load());
         std::abort();
     });
@@ -225,11 +218,7 @@ TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
     for (std::thread& thread : pal) thread.join();
     killer.join();
     service().waitForDeferredCalls();
-    {
-        std::lock_guard<std::mutex> lock(doneLock);
-        done = true;
-    }
-    finished.notify_all();
+    done.set_value();
     watchdog.join();
 
     printf("stress: %ld operations, %ld client deaths, %ld events delivered, %ld dropped\n",
