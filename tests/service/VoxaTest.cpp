@@ -42,11 +42,11 @@ TEST(RegisterServiceTest, PublishesTheServiceOrReturnsTheManagersStatus) {
     log.clear();
     binder_host::failNextAddService(STATUS_ALREADY_EXISTS);
     EXPECT_EQ(STATUS_ALREADY_EXISTS, registerService());
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Info("Register ASR Service"), Info("Voxa: "),
-                            voxa_test::Warn("Could not register " + std::string(kInstance) +
-                                            ", status=" + std::to_string(STATUS_ALREADY_EXISTS)),
-                            Info("~Voxa: ")));
+    EXPECT_EQ(Lines({"I Register ASR Service", "I Voxa: ",
+                     "W Could not register " + std::string(kInstance) +
+                             ", status=" + std::to_string(STATUS_ALREADY_EXISTS),
+                     "I ~Voxa: "}),
+              log.lines());
     EXPECT_EQ(nullptr, AServiceManager_checkService(kInstance));
 }
 
@@ -111,6 +111,8 @@ std::string transcript(const std::vector<voxa_test::LogLine>& lines,
 // Every operation, as it succeeds and as each of its steps fails: the status the client gets,
 // every line the service logs and the PAL calls it makes. Handle 0 is the session's.
 TEST_F(VoxaTest, EachOperationLogsAndCallsThePal) {
+    using F = Function;
+    using P = ParameterType;
     enum Before { kNothing, kOpen, kListening };
     struct Case {
         const char* name;
@@ -142,6 +144,7 @@ TEST_F(VoxaTest, EachOperationLogsAndCallsThePal) {
             return voxa.setParameter(0, parameter);
         };
     };
+    auto global = [](IVoxa& voxa) { return voxa.registerGlobalCallback(nullptr); };
     auto stop = [](IVoxa& voxa) { return voxa.stopListening(0); };
     auto release = [](IVoxa& voxa) { return voxa.releaseSession(0); };
     const Case cases[] = {
@@ -153,7 +156,7 @@ I loadModel: Exit, handle 0, status = 0
 I initSession: Exit handle 0, status 0
 pal_stream_open
 pal_stream_set_param 77)"},
-            {"init, no stream", kNothing, {{Function::StreamOpen, -12}}, init(client), -4, R"(
+            {"init, no stream", kNothing, {{F::StreamOpen, -12}}, init(client), -4, R"(
 I initSession: Enter
 I VoxaSession: Enter, handle 0
 I loadModel: Enter handle 0, model {model}
@@ -162,12 +165,7 @@ E initSession: Failed to load model with handle 0, status -12
 I ~VoxaSession: Enter, handle 0
 pal_stream_open)"},
             // A refused model closes its stream again, quietly.
-            {"init, model refused",
-             kNothing,
-             {{Function::StreamSetParam, -16}},
-             init(client),
-             -2,
-             R"(
+            {"init, model refused", kNothing, {{F::StreamSetParam, -16}}, init(client), -2, R"(
 I initSession: Enter
 I VoxaSession: Enter, handle 0
 I loadModel: Enter handle 0, model {model}
@@ -180,12 +178,7 @@ pal_stream_close)"},
             {"init, null callback", kNothing, {}, init(nullptr), -1, R"(
 I initSession: Enter
 E initSession: null callback for handle 0)"},
-            {"global, null callback",
-             kNothing,
-             {},
-             [](IVoxa& voxa) { return voxa.registerGlobalCallback(nullptr); },
-             -1,
-             R"(
+            {"global, null callback", kNothing, {}, global, -1, R"(
 E registerGlobalCallback: null callback
 I registerGlobalCallback: Exit, status -22)"},
             {"start", kOpen, {}, start("en-US"), 0, R"(
@@ -203,7 +196,7 @@ E start: Failed to parse config, status = -22
 E startListening: Failed to start with handle 0, status -22)"},
             {"start, configuration refused",
              kOpen,
-             {{Function::StreamSetParam, -5}},
+             {{F::StreamSetParam, -5}},
              start("en-US"),
              -4,
              R"(
@@ -212,7 +205,7 @@ I start: Enter, handle 0, config {config}
 E start: failed to set asr config, status = -5
 E startListening: Failed to start with handle 0, status -5
 pal_stream_set_param 78)"},
-            {"start refused", kOpen, {{Function::StreamStart, -16}}, start("en-US"), -2, R"(
+            {"start refused", kOpen, {{F::StreamStart, -16}}, start("en-US"), -2, R"(
 I startListening: Enter handle 0
 I start: Enter, handle 0, config {config}
 E start: failed to start pal stream, status = -16
@@ -228,7 +221,7 @@ I stopL: Exit, handle 0, status = 0
 I stop: Exit, handle 0, status = 0
 I stopListening: Exit handle 0, status 0
 pal_stream_stop)"},
-            {"stop refused", kListening, {{Function::StreamStop, -38}}, stop, -3, R"(
+            {"stop refused", kListening, {{F::StreamStop, -38}}, stop, -3, R"(
 I stopListening: Enter handle 0
 I stop: Enter, handle 0
 I stopL: Enter, handle 0
@@ -238,18 +231,13 @@ I stop: Exit, handle 0, status = -38
 E stopListening: Failed to stop recognition model with handle 0, status -38
 I stopListening: Exit handle 0, status -38
 pal_stream_stop)"},
-            {"force output", kListening, {}, set(ParameterType::FORCE_OUTPUT_EVENT, 2), 0, R"(
+            {"force output", kListening, {}, set(P::FORCE_OUTPUT_EVENT, 2), 0, R"(
 I setParameter: Enter handle 0
 I setParameter: Enter, handle 0, parameters VoxaParameter{param: FORCE_OUTPUT_EVENT, data: [7, 7]}
 I setParameter: Exit, handle 0, status = 0
 I setParameter: Exit handle 0, status 0
 pal_stream_set_param 80)"},
-            {"extras refused",
-             kOpen,
-             {{Function::StreamSetParam, -19}},
-             set(ParameterType::CUSTOM_EXTRAS, 0),
-             -4,
-             R"(
+            {"extras refused", kOpen, {{F::StreamSetParam, -19}}, set(P::CUSTOM_EXTRAS, 0), -4, R"(
 I setParameter: Enter handle 0
 I setParameter: Enter, handle 0, parameters VoxaParameter{param: CUSTOM_EXTRAS, data: []}
 E setParameter: failed to set asr param, status = -19
@@ -257,14 +245,14 @@ I setParameter: Exit, handle 0, status = -19
 E setParameter: Failed to set param with handle 0, status -19
 I setParameter: Exit handle 0, status -19
 pal_stream_set_param 79)"},
-            {"invalid parameter", kOpen, {}, set(ParameterType::INVALID, 0), -1, R"(
+            {"invalid parameter", kOpen, {}, set(P::INVALID, 0), -1, R"(
 I setParameter: Enter handle 0
 I setParameter: Enter, handle 0, parameters VoxaParameter{param: INVALID, data: []}
 E setParameter: Invalid param -1
 E setParameter: Failed to set param with handle 0, status -22
 I setParameter: Exit handle 0, status -22)"},
             // Data that cannot be sent is shown by its size alone.
-            {"parameter too long", kOpen, {}, set(ParameterType::FORCE_OUTPUT_EVENT, 21), -1, R"(
+            {"parameter too long", kOpen, {}, set(P::FORCE_OUTPUT_EVENT, 21), -1, R"(
 I setParameter: Enter handle 0
 I setParameter: Enter, handle 0, parameters VoxaParameter{param: FORCE_OUTPUT_EVENT, data: [21 bytes]}
 E setParameter: Invalid param data size 21, at most 20 bytes
@@ -280,7 +268,7 @@ pal_stream_close)"},
             // The session goes even when its stream fails to stop and to close.
             {"release refused",
              kListening,
-             {{Function::StreamStop, -32}, {Function::StreamClose, -5}},
+             {{F::StreamStop, -32}, {F::StreamClose, -5}},
              release,
              -4,
              R"(
@@ -398,14 +386,12 @@ TEST_F(VoxaTest, GlobalCallbackRegistration) {
     binder_host::failNextLinkToDeath(STATUS_DEAD_OBJECT);
     mLog.clear();
     EXPECT_EQ(-4, serviceError(mVoxa->registerGlobalCallback(callback)));
+    const std::string dead = std::to_string(STATUS_DEAD_OBJECT);
     ndk::ScopedAStatus expected(AStatus_fromStatus(STATUS_DEAD_OBJECT));
-    EXPECT_THAT(
-            mLog.lines(),
-            ElementsAre(Error("registerGlobalCallback: link to death notification failed, "
-                              "status " +
-                              std::to_string(STATUS_DEAD_OBJECT) + ": " + expected.getMessage()),
-                        Info("registerGlobalCallback: Exit, status " +
-                             std::to_string(STATUS_DEAD_OBJECT))));
+    EXPECT_EQ(Lines({"E registerGlobalCallback: link to death notification failed, status " + dead +
+                             ": " + expected.getMessage(),
+                     "I registerGlobalCallback: Exit, status " + dead}),
+              mLog.lines());
     EXPECT_EQ(0u, binder_host::deathLinkCount(callback->asBinder().get()));
     EXPECT_TRUE(pal().notifyResourcesAvailable());
     EXPECT_EQ(2, callback->count());

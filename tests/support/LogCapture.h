@@ -24,14 +24,12 @@ struct LogLine {
     bool operator==(const LogLine& other) const {
         return priority == other.priority && tag == other.tag && message == other.message;
     }
-    bool operator!=(const LogLine& other) const { return !(*this == other); }
 };
 
 void PrintTo(const LogLine& line, std::ostream* os);
 
 // Lines with the service's tag, for readable expectations.
 LogLine Info(const std::string& message);
-LogLine Warn(const std::string& message);
 LogLine Error(const std::string& message);
 // Lines with the service's tag written as "I text", "W text" or "E text".
 std::vector<LogLine> Lines(std::initializer_list<std::string> lines);
