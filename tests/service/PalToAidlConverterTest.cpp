@@ -16,21 +16,10 @@ constexpr size_t kTsStride = 14768;
 constexpr auto asrItem = [](size_t i) { return 8 + kAsrStride * i; };
 constexpr auto tsItem = [](size_t i) { return 8 + kTsStride * i; };
 
-// A failure with no results: the status, an empty list in place of the old one, and the
-// time-stamped list left alone.
-TEST(ConvertAsrEventTest, EngineFailureWithNoResults) {
-    Bytes payload(8);
-    payload.u32(0, 5).u32(4, 0);
-    VoxaEvent event;
-    event.events.emplace(3);
-    event.timestamp_events.emplace(1);
-    PalToAidlConverter::convertAsrEvent(reinterpret_cast<pal_asr_event*>(payload.data()), event);
-    EXPECT_EQ(2, event.status);
-    EXPECT_THAT(*event.events, IsEmpty());
-    EXPECT_EQ(1u, event.timestamp_events->size());
-}
-
-TEST(ConvertAsrEventTest, ResultsAtFixedStrideWithTrailingDataOnTopOfTheNext) {
+// The results, at a fixed stride with a result's trailing data on top of the next, replace the
+// list there was; a failure with no results reports its status and leaves the list empty. The
+// time-stamped list is left alone.
+TEST(ConvertAsrEventTest, ResultsAtFixedStrideReplaceTheListAndAFailureEmptiesIt) {
     Bytes payload(asrItem(2) + 16);
     payload.u32(0, 0).u32(4, 2);
     payload.u8(asrItem(0), 1).i32(asrItem(0) + 4, -7).text(asrItem(0) + 12, "hello");
@@ -43,7 +32,11 @@ TEST(ConvertAsrEventTest, ResultsAtFixedStrideWithTrailingDataOnTopOfTheNext) {
     payload.u32(asrItem(1) + 5136, 3).bytes(asrItem(2), {0, 255, 9});
 
     VoxaEvent event;
-    PalToAidlConverter::convertAsrEvent(reinterpret_cast<pal_asr_event*>(payload.data()), event);
+    event.status = 2;
+    event.events.emplace(3);
+    event.timestamp_events.emplace(1);
+    auto* asr = reinterpret_cast<pal_asr_event*>(payload.data());
+    PalToAidlConverter::convertAsrEvent(asr, event);
     EXPECT_EQ(0, event.status);
     ASSERT_TRUE(event.events.has_value());
     ASSERT_EQ(2u, event.events->size());
@@ -60,6 +53,12 @@ TEST(ConvertAsrEventTest, ResultsAtFixedStrideWithTrailingDataOnTopOfTheNext) {
     EXPECT_EQ(std::string(1028, 'x'), second.text);
     EXPECT_EQ("second text", second.aux_text);
     EXPECT_EQ((std::vector<uint8_t>{0, 255, 9}), second.data);
+
+    payload.u32(0, 5).u32(4, 0);
+    PalToAidlConverter::convertAsrEvent(asr, event);
+    EXPECT_EQ(2, event.status);
+    EXPECT_THAT(*event.events, IsEmpty());
+    EXPECT_EQ(1u, event.timestamp_events->size());
 }
 
 // Two time-stamped results, the first with 8 bytes of trailing data, which are the start of the
