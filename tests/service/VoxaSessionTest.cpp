@@ -14,12 +14,6 @@ class VoxaSessionTest : public FakePalTest {
     std::shared_ptr<VoxaSession> mSession =
             std::make_shared<VoxaSession>(kHandle, mClient, mWorker);
 
-    // Opens and starts the session; forgets the calls and lines that took.
-    void listen() {
-        ASSERT_EQ(0, mSession->loadModel(testModel()));
-        ASSERT_EQ(0, mSession->start(englishConfig()));
-        mLog.clear();
-    }
     int32_t raise(uint32_t eventId, const std::vector<uint8_t>& payload,
                   const fake_pal::Delivery& delivery = {}) {
         return pal().raiseEvent(lastStream(), eventId, payload, delivery);
@@ -64,34 +58,11 @@ TEST_F(VoxaSessionTest, LoadModelOpensTheCaptureStreamAndParametersSendCountedDa
     EXPECT_EQ(Bytes(24).u32(0, 20).bytes(4, parameter.data).vector(), calls[3].payload);
 }
 
-// Events reach the client only while the session listens: not before its start, not after a
-// refused start or a stop; a rejected configuration leaves a listening session listening.
-TEST_F(VoxaSessionTest, EventsReachTheClientOnlyWhileListening) {
-    ASSERT_EQ(0, mSession->loadModel(testModel()));
-    EXPECT_EQ(0, raise(0, asrPayload("before start")));
-    pal().queueResults(Function::StreamStart, {-16});
-    EXPECT_EQ(-16, mSession->start(englishConfig()));
-    EXPECT_EQ(0, raise(0, asrPayload("dropped")));
-    EXPECT_THAT(mClient->deliveries(), IsEmpty());
-
-    ASSERT_EQ(0, mSession->start(englishConfig()));
-    VoxaConfig badLanguage = englishConfig();
-    badLanguage.input_lang_code = "en_US";
-    EXPECT_EQ(-22, mSession->start(badLanguage));
-    EXPECT_EQ(0, raise(0, asrPayload("heard")));
-    EXPECT_EQ(1u, mClient->deliveries().size());
-
-    ASSERT_EQ(0, mSession->stop());
-    mLog.clear();
-    EXPECT_EQ(0, raise(2, sdzPayload(1)));
-    EXPECT_EQ(1u, mClient->deliveries().size());
-    EXPECT_THAT(mLog.lines(), ElementsAre(Info("onEventCallback: Exit, handle 7")));
-}
-
 // A binder thread may still hold a session that another has released: once closed, every
 // operation is refused without a PAL call.
 TEST_F(VoxaSessionTest, AClosedSessionRefusesEveryOperation) {
-    listen();
+    ASSERT_EQ(0, mSession->loadModel(testModel()));
+    ASSERT_EQ(0, mSession->start(englishConfig()));
     ASSERT_EQ(0, mSession->close());
     pal().clearCalls();
     mLog.clear();
@@ -113,10 +84,24 @@ TEST_F(VoxaSessionTest, AClosedSessionRefusesEveryOperation) {
               mLog.lines());
 }
 
-// A client that fails its callbacks still gets every later event. Malformed callbacks (no payload,
-// no stream, no cookie) are refused before they reach the session.
-TEST_F(VoxaSessionTest, EventsAreDecodedByIdAndDeliveredWithTheHandle) {
-    listen();
+// Events reach the client only while the session listens: not before its start, not after a
+// refused start or a stop; a rejected configuration leaves a listening session listening. They are
+// decoded by id and delivered with the session's handle, and a client that fails its callbacks
+// still gets every later event. Malformed callbacks (no payload, no stream, no cookie) are refused
+// before they reach the session.
+TEST_F(VoxaSessionTest, EventsAreDecodedByIdAndReachTheClientOnlyWhileListening) {
+    ASSERT_EQ(0, mSession->loadModel(testModel()));
+    EXPECT_EQ(0, raise(0, asrPayload("before start")));
+    pal().queueResults(Function::StreamStart, {-16});
+    EXPECT_EQ(-16, mSession->start(englishConfig()));
+    EXPECT_EQ(0, raise(0, asrPayload("dropped")));
+    EXPECT_THAT(mClient->deliveries(), IsEmpty());
+
+    ASSERT_EQ(0, mSession->start(englishConfig()));
+    VoxaConfig badLanguage = englishConfig();
+    badLanguage.input_lang_code = "en_US";
+    EXPECT_EQ(-22, mSession->start(badLanguage));
+    mLog.clear();
     mClient->failWith(-4);
     for (uint32_t id : {0u, 3u, 99u}) EXPECT_EQ(0, raise(id, asrPayload("plain")));
     EXPECT_EQ(0, raise(1, timestampPayload("stamped")));
@@ -164,6 +149,12 @@ TEST_F(VoxaSessionTest, EventsAreDecodedByIdAndDeliveredWithTheHandle) {
     EXPECT_THAT(mLog.lines(),
                 ElementsAre(Error("palCallback: error, invalid handle/eventData id 4, size 12"),
                             Error("palCallback: error, invalid handle/eventData id 1, size 5148")));
+
+    ASSERT_EQ(0, mSession->stop());
+    mLog.clear();
+    EXPECT_EQ(0, raise(2, sdzPayload(1)));
+    EXPECT_EQ(5u, mClient->count());
+    EXPECT_THAT(mLog.lines(), ElementsAre(Info("onEventCallback: Exit, handle 7")));
 }
 
 }  // namespace
