@@ -27,16 +27,8 @@ constexpr auto kWatchdogLimit = std::chrono::minutes(20);
 // knows when the session may hear events.
 struct SessionRecord {
     std::mutex clientLock;
-    std::atomic<bool> mayHear{
-            false};  // set before a start, cleared once a stop or release returned
-};
-
-struct Counts {
-    std::atomic<long> operations{0};
-    std::atomic<long> deaths{0};
-    std::atomic<long> delivered{0};
-    std::atomic<long> raised{0};
-    std::atomic<long> violations{0};
+    // Set before a start, cleared once a stop or release returned.
+    std::atomic<bool> mayHear{false};
 };
 
 class StressTest : public ServiceTest {
@@ -58,13 +50,13 @@ class StressTest : public ServiceTest {
     };
 
     void heard(int32_t handle) {
-        mCounts.delivered++;
+        mDelivered++;
         std::unique_lock<std::mutex> sessionsLock(mSessionsLock);
         auto entry = mSessions.find(handle);
         std::shared_ptr<SessionRecord> session = entry == mSessions.end() ? nullptr : entry->second;
         sessionsLock.unlock();
         if (session == nullptr || !session->mayHear) {
-            mCounts.violations++;
+            mViolations++;
             fprintf(stderr, "event for handle %d, which was not listening\n", handle);
         }
         // Now and then the callback ends its own session, if no client thread is at it.
@@ -83,7 +75,7 @@ class StressTest : public ServiceTest {
         int32_t handle;
         if (!mVoxa->initSession(testModel(), mClient, &handle).isOk()) return;
         std::lock_guard<std::mutex> lock(mSessionsLock);
-        if (!mHandles.insert(handle).second) mCounts.violations++;
+        if (!mHandles.insert(handle).second) mViolations++;
         mSessions[handle] = std::make_shared<SessionRecord>();
     }
 
@@ -109,7 +101,7 @@ class StressTest : public ServiceTest {
         std::mt19937 random(index);
         VoxaParameter force;
         force.param = ParameterType::FORCE_OUTPUT_EVENT;
-        for (long i = 0; i < operations; ++i, mCounts.operations++) {
+        for (long i = 0; i < operations; ++i, mOperations++) {
             // Gives the PAL's thread room to raise events while sessions listen.
             std::this_thread::yield();
             int operation = random() % 8;
@@ -147,7 +139,7 @@ class StressTest : public ServiceTest {
         std::map<int32_t, std::shared_ptr<SessionRecord>> before = mSessions;
         lock.unlock();
         binder_host::killProcessOf(global->asBinder().get());
-        mCounts.deaths++;
+        mDeaths++;
         lock.lock();
         for (auto& entry : before) mSessions.erase(entry.first);
     }
@@ -156,7 +148,7 @@ class StressTest : public ServiceTest {
     std::mutex mSessionsLock;
     std::map<int32_t, std::shared_ptr<SessionRecord>> mSessions;  // guarded by mSessionsLock
     std::set<int32_t> mHandles;                                   // guarded by mSessionsLock
-    Counts mCounts;
+    std::atomic<long> mOperations{0}, mDeaths{0}, mDelivered{0}, mRaised{0}, mViolations{0};
     StrictPal mStrictPal;
 };
 
@@ -166,7 +158,7 @@ TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
     std::promise<void> done;
     std::thread watchdog([&, finished = done.get_future()] {
         if (finished.wait_for(kWatchdogLimit) == std::future_status::ready) return;
-        fprintf(stderr, "stress: no progress after %ld operations\n", mCounts.operations.load());
+        fprintf(stderr, "stress: no progress after %ld operations\n", mOperations.load());
         std::abort();
     });
 
@@ -192,7 +184,7 @@ TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
                 uint32_t eventId = (n + thread) % 3;
                 if (FakePal::instance().raiseEvent(stream, eventId, payloads[eventId], delivery) ==
                     0) {
-                    mCounts.raised++;
+                    mRaised++;
                 }
             }
             if (thread == 0 && n % 16 == 0) FakePal::instance().notifyResourcesAvailable();
@@ -222,9 +214,9 @@ TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
     watchdog.join();
 
     printf("stress: %ld operations, %ld client deaths, %ld events delivered, %ld dropped\n",
-           mCounts.operations.load(), mCounts.deaths.load(), mCounts.delivered.load(),
-           mCounts.raised.load() - mCounts.delivered.load());
-    EXPECT_EQ(0, mCounts.violations.load());
+           mOperations.load(), mDeaths.load(), mDelivered.load(),
+           mRaised.load() - mDelivered.load());
+    EXPECT_EQ(0, mViolations.load());
     EXPECT_THAT(FakePal::instance().openStreams(), ::testing::IsEmpty());
 }
 
