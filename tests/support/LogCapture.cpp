@@ -25,7 +25,7 @@ LogLine Error(const std::string& message) {
     return {ANDROID_LOG_ERROR, "Voxa", message, {}};
 }
 
-std::vector<LogLine> Lines(std::initializer_list<std::string> lines) {
+std::vector<LogLine> Lines(const std::vector<std::string>& lines) {
     std::vector<LogLine> parsed;
     for (const std::string& line : lines) {
         const int priority = line[0] == 'E'   ? ANDROID_LOG_ERROR

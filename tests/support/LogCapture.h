@@ -4,7 +4,6 @@
 
 #include <android/log.h>
 
-#include <initializer_list>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -32,7 +31,7 @@ void PrintTo(const LogLine& line, std::ostream* os);
 LogLine Info(const std::string& message);
 LogLine Error(const std::string& message);
 // Lines with the service's tag written as "I text", "W text" or "E text".
-std::vector<LogLine> Lines(std::initializer_list<std::string> lines);
+std::vector<LogLine> Lines(const std::vector<std::string>& lines);
 
 // Records every line written through liblog while it exists, in order, from any thread.
 // Installs its logger with __android_log_set_logger on construction; on destruction puts back
