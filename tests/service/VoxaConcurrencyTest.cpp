@@ -143,11 +143,8 @@ TEST_F(VoxaConcurrencyTest, DeferredCallsReturnAtOnceAndLogThePalResultLater) {
     };
     // The session is freed by whichever thread drops it last.
     auto withoutDestruction = [](std::vector<voxa_test::LogLine> lines) {
-        lines.erase(std::remove_if(lines.begin(), lines.end(),
-                                   [](const voxa_test::LogLine& line) {
-                                       return line.message.rfind("~VoxaSession", 0) == 0;
-                                   }),
-                    lines.end());
+        auto destruction = [](auto& line) { return line.message.rfind("~VoxaSession", 0) == 0; };
+        lines.erase(std::remove_if(lines.begin(), lines.end(), destruction), lines.end());
         return lines;
     };
     ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
@@ -226,9 +223,8 @@ TEST_F(VoxaConcurrencyTest, TwoPalThreadsCallingIntoTheirOwnAndEachOthersSession
             }
             ASSERT_TRUE(mVoxa->startListening(side.handle, englishConfig()).isOk());
         }
-        // Both callbacks are under way before either calls into the other's session.
-        std::atomic<int> entered{0};
-        std::atomic<int> failures{0};
+        // Both callbacks are under way before either calls into a session.
+        std::atomic<int> entered{0}, failures{0};
         for (int s = 0; s < 2; ++s) {
             const int32_t target = sides[own ? s : 1 - s].handle;
             sides[s].client->onCall([&, target] {
@@ -254,8 +250,8 @@ TEST_F(VoxaConcurrencyTest, TwoPalThreadsCallingIntoTheirOwnAndEachOthersSession
         }
         ASSERT_EQ(0, failures.load()) << "round " << round;
 
-        for (Side& side : sides) side.client->onCall(nullptr);
         for (Side& side : sides) {
+            side.client->onCall(nullptr);
             const size_t before = side.client->count();
             pal().raiseEvent(side.stream, 0, payload);
             ASSERT_EQ(before + (ends ? 0 : 1), side.client->count()) << "round " << round;
@@ -352,8 +348,7 @@ TEST_F(VoxaConcurrencyTest, InitSessionRacingClientDeath) {
         ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
         killing = false;
         std::mutex lock;
-        std::vector<int32_t> beforeDeath;
-        std::vector<int32_t> afterDeath;
+        std::vector<int32_t> beforeDeath, afterDeath;
         std::vector<std::thread> threads;
         for (int t = 0; t < kThreads; ++t) {
             threads.emplace_back([&] {
