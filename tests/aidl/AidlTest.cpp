@@ -26,9 +26,8 @@ using voxa_test::CountingGlobalCallback;
 using voxa_test::RecordingCallback;
 
 std::string frozenHash() {
-    std::ifstream file(VOXA_FROZEN_HASH_FILE);
     std::string hash;
-    file >> hash;
+    std::ifstream(VOXA_FROZEN_HASH_FILE) >> hash;
     return hash;
 }
 

@@ -105,8 +105,7 @@ class PalCallGate {
   private:
     Function mFunction;
     std::atomic<bool> mHeld{false};
-    std::promise<void> mEntered;
-    std::promise<void> mReleaseSignal;
+    std::promise<void> mEntered, mReleaseSignal;
     std::shared_future<void> mRelease = mReleaseSignal.get_future().share();
 };
 

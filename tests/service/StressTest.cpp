@@ -37,19 +37,17 @@ class StressTest : public ServiceTest {
       public:
         explicit Client(StressTest& test) : mTest(test) {}
         ndk::ScopedAStatus onAsrEvent(int32_t handle, const VoxaEvent&) override {
-            mTest.heard(handle);
-            return ndk::ScopedAStatus::ok();
+            return mTest.heard(handle);
         }
         ndk::ScopedAStatus onSdzEvent(int32_t handle, const SpeakerDiarizationEvent&) override {
-            mTest.heard(handle);
-            return ndk::ScopedAStatus::ok();
+            return mTest.heard(handle);
         }
 
       private:
         StressTest& mTest;
     };
 
-    void heard(int32_t handle) {
+    ndk::ScopedAStatus heard(int32_t handle) {
         mDelivered++;
         std::unique_lock<std::mutex> sessionsLock(mSessionsLock);
         auto entry = mSessions.find(handle);
@@ -63,12 +61,9 @@ class StressTest : public ServiceTest {
         thread_local std::mt19937 random(7);
         if (session != nullptr && random() % 8 == 0 && session->clientLock.try_lock()) {
             std::lock_guard<std::mutex> lock(session->clientLock, std::adopt_lock);
-            if (random() % 2 == 0) {
-                stop(handle, *session);
-            } else {
-                release(handle, *session);
-            }
+            random() % 2 == 0 ? stop(handle, *session) : release(handle, *session);
         }
+        return ndk::ScopedAStatus::ok();
     }
 
     void initSession() {
