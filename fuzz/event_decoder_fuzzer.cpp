@@ -16,8 +16,6 @@ using namespace aidl::vendor::orbo::hardware::voxa;
 
 namespace {
 
-constexpr uint32_t kMaxTrailingData = 256;
-
 void put32(std::vector<uint8_t>& payload, size_t offset, uint32_t value) {
     std::memcpy(payload.data() + offset, &value, sizeof(value));
 }
@@ -29,44 +27,27 @@ std::vector<uint8_t> filled(const std::vector<uint8_t>& bytes, size_t size) {
     return payload;
 }
 
-// `Event`'s results at their fixed stride, each with trailing data that the payload holds in
-// full.
-template <typename Event, typename Result>
-std::vector<uint8_t> resultsPayload(FuzzedDataProvider& input, uint32_t maxResults) {
+// Up to `maxResults` of `Event`'s results at their fixed stride, each followed by as many units of
+// its tail (trailing data bytes, or speakers) as the count at `countAt` in the result says, up to
+// `maxCount`, and held in full by the payload; then decoded by `convert`.
+template <typename Event, typename Result, typename Out>
+void decode(FuzzedDataProvider& input, uint32_t maxResults, size_t countAt, size_t tailAt,
+            size_t unit, uint32_t maxCount, void (*convert)(Event*, Out&)) {
     const size_t first = offsetof(Event, event);
-    uint32_t count = input.ConsumeIntegralInRange<uint32_t>(0, maxResults);
-    std::vector<uint32_t> dataSizes;
-    size_t size = first + count * sizeof(Result);
-    for (uint32_t i = 0; i < count; ++i) {
-        dataSizes.push_back(input.ConsumeIntegralInRange<uint32_t>(0, kMaxTrailingData));
-        size = std::max(size, first + i * sizeof(Result) + offsetof(Result, data) + dataSizes[i]);
+    uint32_t results = input.ConsumeIntegralInRange<uint32_t>(0, maxResults);
+    std::vector<uint32_t> counts;
+    size_t size = first + results * sizeof(Result);
+    for (uint32_t i = 0; i < results; ++i) {
+        counts.push_back(input.ConsumeIntegralInRange<uint32_t>(0, maxCount));
+        size = std::max(size, first + i * sizeof(Result) + tailAt + counts[i] * unit);
     }
     std::vector<uint8_t> payload = filled(input.ConsumeRemainingBytes<uint8_t>(), size);
-    put32(payload, offsetof(Event, num_events), count);
-    for (uint32_t i = 0; i < count; ++i) {
-        put32(payload, first + i * sizeof(Result) + offsetof(Result, data_size), dataSizes[i]);
+    put32(payload, offsetof(Event, num_events), results);
+    for (uint32_t i = 0; i < results; ++i) {
+        put32(payload, first + i * sizeof(Result) + countAt, counts[i]);
     }
-    return payload;
-}
-
-// Diarization results at their 8-byte stride, each with the speakers its count gives.
-std::vector<uint8_t> sdzPayload(FuzzedDataProvider& input) {
-    const size_t first = offsetof(pal_sdz_event, event);
-    uint32_t count = input.ConsumeIntegralInRange<uint32_t>(0, 16);
-    std::vector<uint32_t> speakers;
-    size_t size = first;
-    for (uint32_t i = 0; i < count; ++i) {
-        speakers.push_back(input.ConsumeIntegralInRange<uint32_t>(0, 8));
-        size = std::max(size, first + i * sizeof(pal_sdz_result) +
-                                      offsetof(pal_sdz_result, speakers) +
-                                      speakers[i] * sizeof(pal_sdz_speaker));
-    }
-    std::vector<uint8_t> payload = filled(input.ConsumeRemainingBytes<uint8_t>(), size);
-    put32(payload, offsetof(pal_sdz_event, num_events), count);
-    for (uint32_t i = 0; i < count; ++i) {
-        put32(payload, first + i * sizeof(pal_sdz_result), speakers[i]);
-    }
-    return payload;
+    Out out;
+    convert(reinterpret_cast<Event*>(payload.data()), out);
 }
 
 }  // namespace
@@ -75,28 +56,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size > 64 * 1024) return 0;
     FuzzedDataProvider input(data, size);
     switch (input.ConsumeIntegralInRange<int>(0, 2)) {
-        case 0: {
-            std::vector<uint8_t> payload = resultsPayload<pal_asr_event, pal_asr_result>(input, 4);
-            VoxaEvent event;
-            PalToAidlConverter::convertAsrEvent(reinterpret_cast<pal_asr_event*>(payload.data()),
-                                                event);
+        case 0:
+            decode<pal_asr_event, pal_asr_result>(input, 4, offsetof(pal_asr_result, data_size),
+                                                  offsetof(pal_asr_result, data), 1, 256,
+                                                  &PalToAidlConverter::convertAsrEvent);
             break;
-        }
-        case 1: {
-            std::vector<uint8_t> payload =
-                    resultsPayload<pal_asr_ts_event, pal_asr_ts_result>(input, 3);
-            VoxaEvent event;
-            PalToAidlConverter::convertAsrTimeStampEvent(
-                    reinterpret_cast<pal_asr_ts_event*>(payload.data()), event);
+        case 1:
+            decode<pal_asr_ts_event, pal_asr_ts_result>(
+                    input, 3, offsetof(pal_asr_ts_result, data_size),
+                    offsetof(pal_asr_ts_result, data), 1, 256,
+                    &PalToAidlConverter::convertAsrTimeStampEvent);
             break;
-        }
-        default: {
-            std::vector<uint8_t> payload = sdzPayload(input);
-            SpeakerDiarizationEvent event;
-            PalToAidlConverter::convertSdzEvent(reinterpret_cast<pal_sdz_event*>(payload.data()),
-                                                event);
+        default:
+            decode<pal_sdz_event, pal_sdz_result>(
+                    input, 16, offsetof(pal_sdz_result, speaker_count),
+                    offsetof(pal_sdz_result, speakers), sizeof(pal_sdz_speaker), 8,
+                    &PalToAidlConverter::convertSdzEvent);
             break;
-        }
     }
     return 0;
 }

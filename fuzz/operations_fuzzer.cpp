@@ -115,7 +115,10 @@ class Run {
                 [this] { setParameter(anyHandle()); },
                 [this] { stop(anyHandle()); },
                 [this] { release(anyHandle()); },
-                [this] { getSupportedLanguages(anyHandle()); },
+                [this] {
+                    std::vector<std::string> languages;
+                    mVoxa->getSupportedLanguages(anyHandle(), &languages);
+                },
                 [this] { scriptPal(); },
                 [this] { raiseEvent(anyHandle()); },
                 [] { FakePal::instance().notifyResourcesAvailable(); },
@@ -200,11 +203,6 @@ class Run {
         mVoxa->releaseSession(handle);
         std::lock_guard<std::mutex> guard(mModel.lock);
         mModel.held.erase(handle);
-    }
-
-    void getSupportedLanguages(int32_t handle) {
-        std::vector<std::string> languages;
-        mVoxa->getSupportedLanguages(handle, &languages);
     }
 
     void scriptPal() {

@@ -26,9 +26,8 @@ using voxa_test::CountingGlobalCallback;
 using voxa_test::RecordingCallback;
 
 std::string frozenHash() {
-    std::ifstream file(VOXA_FROZEN_HASH_FILE);
     std::string hash;
-    file >> hash;
+    std::ifstream(VOXA_FROZEN_HASH_FILE) >> hash;
     return hash;
 }
 
@@ -43,18 +42,15 @@ void expectVersionAndHash(I& object) {
     EXPECT_EQ(frozenHash(), hash);
 }
 
-TEST(InterfaceTest, DescriptorsVersionAndFrozenHash) {
+// fromBinder finds the local object of its own interface only. The binder keeps that object
+// alive, never the other way round (that would be a cycle).
+TEST(InterfaceTest, DescriptorsVersionHashFromBinderAndLifetimes) {
     ASSERT_EQ(40u, frozenHash().size());
     EXPECT_STREQ("vendor.orbo.hardware.voxa.IVoxaCallback", IVoxaCallback::descriptor);
     EXPECT_STREQ("vendor.orbo.hardware.voxa.IVoxaGlobalCallback", IVoxaGlobalCallback::descriptor);
     EXPECT_EQ(frozenHash(), IVoxa::hash);
-    expectVersionAndHash<IVoxaGlobalCallback>(*ndk::SharedRefBase::make<CountingGlobalCallback>());
-}
-
-// fromBinder finds the local object of its own interface only. The binder keeps that object
-// alive, never the other way round (that would be a cycle).
-TEST(InterfaceTest, FromBinderAndLifetimes) {
     auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+    expectVersionAndHash<IVoxaGlobalCallback>(*global);
     EXPECT_EQ(global.get(), IVoxaGlobalCallback::fromBinder(global->asBinder()).get());
     EXPECT_EQ(nullptr, IVoxaCallback::fromBinder(global->asBinder()));
     EXPECT_EQ(nullptr, IVoxa::fromBinder(global->asBinder()));
@@ -88,7 +84,9 @@ bool isOpen(int fd) {
     return fcntl(fd, F_GETFD) != -1;
 }
 
-TEST(RecordTextTest, DescriptorsAndValuesThatAreNoMember) {
+// The text forms of a descriptor and of values that are no member of their enumeration. A copied
+// model owns a duplicate of the descriptor, so each copy closes only its own.
+TEST(RecordTest, TextFormsAndCopiesThatDuplicateTheDescriptor) {
     VoxaModel model;
     model.vendorUuid = "0a1b2c3d-4e5f-6071-8293-a4b5c6d7e8f9";
     model.data = openDevNull();
@@ -100,32 +98,26 @@ TEST(RecordTextTest, DescriptorsAndValuesThatAreNoMember) {
     parameter.param = static_cast<ParameterType>(9);
     EXPECT_EQ("VoxaParameter{param: 9, data: []}", parameter.toString());
     EXPECT_EQ("-2147483648", toString(static_cast<ServiceError>(INT_MIN)));
-}
 
-// A copied model owns a duplicate of the descriptor, so each copy closes only its own.
-TEST(RecordValueTest, CopyingAModelDuplicatesItsDescriptor) {
-    VoxaModel original;
-    original.data = openDevNull();
-    original.dataSize = 42;
     VoxaModel assigned;
     assigned.data = openDevNull();
     const int replaced = assigned.data.get();
     int copied = -1;
     {
-        const VoxaModel copy(original);
+        const VoxaModel copy(model);
         copied = copy.data.get();
-        EXPECT_EQ(42, copy.dataSize);
+        EXPECT_EQ(123456, copy.dataSize);
         struct stat a {};
         struct stat b {};
-        ASSERT_NE(original.data.get(), copied);
-        ASSERT_EQ(0, fstat(original.data.get(), &a) + fstat(copied, &b));
+        ASSERT_NE(model.data.get(), copied);
+        ASSERT_EQ(0, fstat(model.data.get(), &a) + fstat(copied, &b));
         EXPECT_EQ(a.st_ino, b.st_ino);
         assigned = copy;
         EXPECT_NE(copied, assigned.data.get());
         EXPECT_FALSE(isOpen(replaced));
     }
     EXPECT_FALSE(isOpen(copied));
-    EXPECT_TRUE(isOpen(original.data.get()));
+    EXPECT_TRUE(isOpen(model.data.get()));
 }
 
 }  // namespace

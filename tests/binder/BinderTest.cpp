@@ -76,14 +76,29 @@ class BinderTest : public testing::Test {
     int mCookies[4] = {};
 };
 
-TEST_F(BinderTest, RegisteredObjectLivesUntilReplacedOrCleared) {
-    ASSERT_EQ(AServiceManager_addService(newBinder(&mFirst).get(), "test.IObject/a"), STATUS_OK);
+// A registered object lives until it is replaced or the services are cleared. An interface's
+// declared instances are the names registered under its descriptor and a slash, in name order, not
+// under a descriptor that merely starts with it; the callback may use the service manager.
+TEST_F(BinderTest, RegisteredObjectsAreListedAndLiveUntilReplacedOrCleared) {
     ASSERT_EQ(AServiceManager_addService(newBinder(&mSecond).get(), "test.IObject/b"), STATUS_OK);
+    ASSERT_EQ(AServiceManager_addService(newBinder(&mFirst).get(), "test.IObject/a"), STATUS_OK);
     EXPECT_EQ(mFirst.destroyed, 0);
     SpAIBinder found(AServiceManager_checkService("test.IObject/a"));
     EXPECT_EQ(AIBinder_getUserData(found.get()), &mFirst);
     EXPECT_EQ(SpAIBinder(AServiceManager_waitForService("test.IObject/a")), found);
     EXPECT_EQ(AServiceManager_checkService("test.IObject/c"), nullptr);
+    for (const char* name : {"test.IObjectCallback/c", "test.IObjec/d", "test.IObject"}) {
+        ASSERT_EQ(AServiceManager_addService(found.get(), name), STATUS_OK);
+    }
+    std::vector<std::string> listed;
+    AServiceManager_forEachDeclaredInstance(
+            "test.IObject", &listed, [](const char* name, void* to) {
+                SpAIBinder again(AServiceManager_checkService(
+                        ("test.IObject/" + std::string(name)).c_str()));
+                if (again.get() != nullptr)
+                    static_cast<std::vector<std::string>*>(to)->push_back(name);
+            });
+    EXPECT_THAT(listed, testing::ElementsAre("a", "b"));
 
     ASSERT_EQ(AServiceManager_addService(found.get(), "test.IObject/b"), STATUS_OK);
     EXPECT_EQ(mSecond.destroyed, 1);
@@ -91,23 +106,6 @@ TEST_F(BinderTest, RegisteredObjectLivesUntilReplacedOrCleared) {
     binder_host::clearServices();
     EXPECT_EQ(mFirst.destroyed, 1);
     EXPECT_EQ(AServiceManager_checkService("test.IObject/a"), nullptr);
-}
-
-// An interface's declared instances are the names registered under its descriptor and a slash,
-// not under a descriptor that merely starts with it; the callback may use the service manager.
-TEST_F(BinderTest, DeclaredInstancesAreThoseRegisteredUnderTheDescriptor) {
-    SpAIBinder binder = newBinder(&mFirst);
-    for (const char* name : {"test.IObject/b", "test.IObject/a", "test.IObjectCallback/c",
-                             "test.IObjec/d", "test.IObject"}) {
-        ASSERT_EQ(AServiceManager_addService(binder.get(), name), STATUS_OK);
-    }
-    std::vector<std::string> found;
-    AServiceManager_forEachDeclaredInstance("test.IObject", &found, [](const char* name, void* to) {
-        SpAIBinder again(
-                AServiceManager_checkService(("test.IObject/" + std::string(name)).c_str()));
-        if (again.get() != nullptr) static_cast<std::vector<std::string>*>(to)->push_back(name);
-    });
-    EXPECT_THAT(found, testing::ElementsAre("a", "b"));
 }
 
 // A recipient that tidies up after itself, as a service does when its client dies.

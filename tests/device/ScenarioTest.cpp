@@ -29,19 +29,6 @@ using voxa_test::CountingGlobalCallback;
 using voxa_test::readFile;
 using voxa_test::RecordingCallback;
 
-// The instance that the VINTF fragment declares, freshly registered: a fragment that names
-// another instance than registerService registers finds no service.
-std::shared_ptr<IVoxa> freshService() {
-    std::string xml = readFile(VOXA_SOURCE_DIR "/service/vendor.orbo.hardware.voxa-service.xml");
-    std::smatch hal;
-    EXPECT_TRUE(std::regex_search(
-            xml, hal, std::regex("<name>([^<]+)</name>[\\s\\S]*<fqname>([^<]+)</fqname>")));
-    binder_host::clearServices();
-    EXPECT_EQ(0, registerService());
-    return IVoxa::fromBinder(ndk::SpAIBinder(
-            AServiceManager_checkService((hal[1].str() + "." + hal[2].str()).c_str())));
-}
-
 class ScenarioTest : public testing::TestWithParam<std::filesystem::path> {};
 
 // Plays the client's part as an app would: one session, started with partial results and time
@@ -49,7 +36,16 @@ class ScenarioTest : public testing::TestWithParam<std::filesystem::path> {};
 // scenario has played it stops and releases the session. What it saw, its calls' statuses, the
 // callbacks it got and how often it heard that resources were available, is expected/<name>.txt.
 TEST_P(ScenarioTest, ClientReceivesWhatTheScenarioSays) {
-    std::shared_ptr<IVoxa> voxa = freshService();
+    // The service is found under the instance that the VINTF fragment declares: a fragment that
+    // names another instance than registerService registers finds no service.
+    std::string xml = readFile(VOXA_SOURCE_DIR "/service/vendor.orbo.hardware.voxa-service.xml");
+    std::smatch hal;
+    ASSERT_TRUE(std::regex_search(
+            xml, hal, std::regex("<name>([^<]+)</name>[\\s\\S]*<fqname>([^<]+)</fqname>")));
+    binder_host::clearServices();
+    ASSERT_EQ(0, registerService());
+    std::shared_ptr<IVoxa> voxa = IVoxa::fromBinder(ndk::SpAIBinder(
+            AServiceManager_checkService((hal[1].str() + "." + hal[2].str()).c_str())));
     ASSERT_NE(nullptr, voxa);
     ASSERT_EQ("", pal_scripted::loadScenarioFile(GetParam()));
     auto client = ndk::SharedRefBase::make<RecordingCallback>();

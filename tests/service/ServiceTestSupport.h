@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <pal/fake_pal.h>
 
+#include <atomic>
 #include <future>
 #include <string>
 #include <vector>
@@ -84,12 +85,14 @@ class StrictPal {
     ~StrictPal() { FakePal::instance().setStrict(false); }
 };
 
-// Holds a PAL function inside its call, so that the session's lock stays taken by the binder
-// thread that called it, until release().
+// Holds the next call of a PAL function inside it, so that the session's lock stays taken by the
+// thread that called it (a binder thread, or the service's worker), until release(). Later calls
+// pass.
 class PalCallGate {
   public:
     explicit PalCallGate(Function function) : mFunction(function) {
         FakePal::instance().setHook(function, [this](const fake_pal::Call&) {
+            if (mHeld.exchange(true)) return;
             mEntered.set_value();
             mRelease.wait();
         });
@@ -101,8 +104,8 @@ class PalCallGate {
 
   private:
     Function mFunction;
-    std::promise<void> mEntered;
-    std::promise<void> mReleaseSignal;
+    std::atomic<bool> mHeld{false};
+    std::promise<void> mEntered, mReleaseSignal;
     std::shared_future<void> mRelease = mReleaseSignal.get_future().share();
 };
 

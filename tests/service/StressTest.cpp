@@ -6,9 +6,9 @@
 // number of operations (make stress runs 800,000); a watchdog turns a hang into a failure.
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <map>
 #include <random>
 #include <set>
@@ -27,16 +27,8 @@ constexpr auto kWatchdogLimit = std::chrono::minutes(20);
 // knows when the session may hear events.
 struct SessionRecord {
     std::mutex clientLock;
-    std::atomic<bool> mayHear{
-            false};  // set before a start, cleared once a stop or release returned
-};
-
-struct Counts {
-    std::atomic<long> operations{0};
-    std::atomic<long> deaths{0};
-    std::atomic<long> delivered{0};
-    std::atomic<long> raised{0};
-    std::atomic<long> violations{0};
+    // Set before a start, cleared once a stop or release returned.
+    std::atomic<bool> mayHear{false};
 };
 
 class StressTest : public ServiceTest {
@@ -45,48 +37,40 @@ class StressTest : public ServiceTest {
       public:
         explicit Client(StressTest& test) : mTest(test) {}
         ndk::ScopedAStatus onAsrEvent(int32_t handle, const VoxaEvent&) override {
-            mTest.heard(handle);
-            return ndk::ScopedAStatus::ok();
+            return mTest.heard(handle);
         }
         ndk::ScopedAStatus onSdzEvent(int32_t handle, const SpeakerDiarizationEvent&) override {
-            mTest.heard(handle);
-            return ndk::ScopedAStatus::ok();
+            return mTest.heard(handle);
         }
 
       private:
         StressTest& mTest;
     };
 
-    std::shared_ptr<SessionRecord> record(int32_t handle) {
-        std::lock_guard<std::mutex> lock(mSessionsLock);
+    ndk::ScopedAStatus heard(int32_t handle) {
+        mDelivered++;
+        std::unique_lock<std::mutex> sessionsLock(mSessionsLock);
         auto entry = mSessions.find(handle);
-        return entry == mSessions.end() ? nullptr : entry->second;
-    }
-
-    void heard(int32_t handle) {
-        mCounts.delivered++;
-        std::shared_ptr<SessionRecord> session = record(handle);
+        std::shared_ptr<SessionRecord> session = entry == mSessions.end() ? nullptr : entry->second;
+        sessionsLock.unlock();
         if (session == nullptr || !session->mayHear) {
-            mCounts.violations++;
+            mViolations++;
             fprintf(stderr, "event for handle %d, which was not listening\n", handle);
         }
         // Now and then the callback ends its own session, if no client thread is at it.
         thread_local std::mt19937 random(7);
         if (session != nullptr && random() % 8 == 0 && session->clientLock.try_lock()) {
             std::lock_guard<std::mutex> lock(session->clientLock, std::adopt_lock);
-            if (random() % 2 == 0) {
-                stop(handle, *session);
-            } else {
-                release(handle, *session);
-            }
+            random() % 2 == 0 ? stop(handle, *session) : release(handle, *session);
         }
+        return ndk::ScopedAStatus::ok();
     }
 
     void initSession() {
         int32_t handle;
         if (!mVoxa->initSession(testModel(), mClient, &handle).isOk()) return;
         std::lock_guard<std::mutex> lock(mSessionsLock);
-        if (!mHandles.insert(handle).second) mCounts.violations++;
+        if (!mHandles.insert(handle).second) mViolations++;
         mSessions[handle] = std::make_shared<SessionRecord>();
     }
 
@@ -112,7 +96,7 @@ class StressTest : public ServiceTest {
         std::mt19937 random(index);
         VoxaParameter force;
         force.param = ParameterType::FORCE_OUTPUT_EVENT;
-        for (long i = 0; i < operations; ++i, mCounts.operations++) {
+        for (long i = 0; i < operations; ++i, mOperations++) {
             // Gives the PAL's thread room to raise events while sessions listen.
             std::this_thread::yield();
             int operation = random() % 8;
@@ -150,7 +134,7 @@ class StressTest : public ServiceTest {
         std::map<int32_t, std::shared_ptr<SessionRecord>> before = mSessions;
         lock.unlock();
         binder_host::killProcessOf(global->asBinder().get());
-        mCounts.deaths++;
+        mDeaths++;
         lock.lock();
         for (auto& entry : before) mSessions.erase(entry.first);
     }
@@ -159,21 +143,17 @@ class StressTest : public ServiceTest {
     std::mutex mSessionsLock;
     std::map<int32_t, std::shared_ptr<SessionRecord>> mSessions;  // guarded by mSessionsLock
     std::set<int32_t> mHandles;                                   // guarded by mSessionsLock
-    Counts mCounts;
+    std::atomic<long> mOperations{0}, mDeaths{0}, mDelivered{0}, mRaised{0}, mViolations{0};
     StrictPal mStrictPal;
 };
 
 TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
     const char* configured = std::getenv("VOXA_STRESS_OPERATIONS");
     const long operations = configured != nullptr ? std::atol(configured) : 16000;
-    std::atomic<bool> done{false};
-    std::mutex doneLock;
-    std::condition_variable finished;
-
-    std::thread watchdog([&] {
-        std::unique_lock<std::mutex> lock(doneLock);
-        if (finished.wait_for(lock, kWatchdogLimit, [&] { return done.load(); })) return;
-        fprintf(stderr, "stress: no progress after %ld operations\n", mCounts.operations.load());
+    std::promise<void> done;
+    std::thread watchdog([&, finished = done.get_future()] {
+        if (finished.wait_for(kWatchdogLimit) == std::future_status::ready) return;
+        fprintf(stderr, "stress: no progress after %ld operations\n", mOperations.load());
         std::abort();
     });
 
@@ -199,7 +179,7 @@ TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
                 uint32_t eventId = (n + thread) % 3;
                 if (FakePal::instance().raiseEvent(stream, eventId, payloads[eventId], delivery) ==
                     0) {
-                    mCounts.raised++;
+                    mRaised++;
                 }
             }
             if (thread == 0 && n % 16 == 0) FakePal::instance().notifyResourcesAvailable();
@@ -225,17 +205,13 @@ TEST_F(StressTest, RandomOperationsWithEventsAndDeaths) {
     for (std::thread& thread : pal) thread.join();
     killer.join();
     service().waitForDeferredCalls();
-    {
-        std::lock_guard<std::mutex> lock(doneLock);
-        done = true;
-    }
-    finished.notify_all();
+    done.set_value();
     watchdog.join();
 
     printf("stress: %ld operations, %ld client deaths, %ld events delivered, %ld dropped\n",
-           mCounts.operations.load(), mCounts.deaths.load(), mCounts.delivered.load(),
-           mCounts.raised.load() - mCounts.delivered.load());
-    EXPECT_EQ(0, mCounts.violations.load());
+           mOperations.load(), mDeaths.load(), mDelivered.load(),
+           mRaised.load() - mDelivered.load());
+    EXPECT_EQ(0, mViolations.load());
     EXPECT_THAT(FakePal::instance().openStreams(), ::testing::IsEmpty());
 }
 

@@ -128,7 +128,6 @@ TEST_F(VoxaConcurrencyTest, DeferredCallsReturnAtOnceAndLogThePalResultLater) {
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
     // The lines with {h}, {n}, {model} and {config} written out.
     auto expand = [](std::vector<std::string> lines, int32_t handle) {
-        std::vector<voxa_test::LogLine> parsed;
         for (std::string& line : lines) {
             for (const auto& [name, value] :
                  {std::pair<std::string, std::string>("{h}", std::to_string(handle)),
@@ -139,21 +138,16 @@ TEST_F(VoxaConcurrencyTest, DeferredCallsReturnAtOnceAndLogThePalResultLater) {
                     line.replace(at, name.size(), value);
                 }
             }
-            parsed.push_back(voxa_test::Lines({line})[0]);
         }
-        return parsed;
+        return Lines(lines);
     };
     // The session is freed by whichever thread drops it last.
     auto withoutDestruction = [](std::vector<voxa_test::LogLine> lines) {
-        lines.erase(std::remove_if(lines.begin(), lines.end(),
-                                   [](const voxa_test::LogLine& line) {
-                                       return line.message.rfind("~VoxaSession", 0) == 0;
-                                   }),
-                    lines.end());
+        auto destruction = [](auto& line) { return line.message.rfind("~VoxaSession", 0) == 0; };
+        lines.erase(std::remove_if(lines.begin(), lines.end(), destruction), lines.end());
         return lines;
     };
     ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
-    std::vector<int32_t> failedInits;
     for (bool fromResources : {false, true}) {
         for (const Case& operation : cases) {
             SCOPED_TRACE(std::string(operation.name) +
@@ -186,47 +180,22 @@ TEST_F(VoxaConcurrencyTest, DeferredCallsReturnAtOnceAndLogThePalResultLater) {
             EXPECT_EQ(onCallback, withoutDestruction(mLog.lines(pal().eventThread())));
             EXPECT_EQ(expand(operation.onWorker, handle),
                       withoutDestruction(mLog.lines(pal().eventThread(), false)));
-            if (operation.palResult.first == Function::StreamOpen)
-                failedInits.push_back(handle + 1);
+            // The session that failed to open on the worker is gone.
+            if (operation.palResult.first == Function::StreamOpen) {
+                EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(handle + 1)));
+            }
             mVoxa->releaseSession(handle);
         }
     }
-    for (int32_t failedInit : failedInits) {
-        EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(failedInit)));
-    }
     expectNoPalCallOnAnEventThread();
 }
 
-// A client that ends its session from its own callback, as most do with a final result, on a PAL
-// that waits for that very callback inside its stop and close.
-TEST_F(VoxaConcurrencyTest, ClientEndsItsSessionFromItsCallback) {
-    constexpr int kRounds = 10000;
-    auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    for (int round = 0; round < kRounds; ++round) {
-        const int32_t handle = openSession(client);
-        pal_stream_handle* stream = lastStream();
-        ASSERT_TRUE(mVoxa->startListening(handle, englishConfig()).isOk());
-        const bool release = round % 2 == 1;
-        client->onCall([&] {
-            client->onCall(nullptr);
-            ASSERT_TRUE((release ? mVoxa->releaseSession(handle) : mVoxa->stopListening(handle))
-                                .isOk());
-        });
-        ASSERT_EQ(0, pal().raiseEvent(stream, 0, asrPayload("final")));
-        pal().raiseEvent(stream, 0, asrPayload("late"));
-        if (!release) mVoxa->releaseSession(handle);
-        mLog.clear();
-    }
-    service().waitForDeferredCalls();
-    EXPECT_EQ(static_cast<size_t>(kRounds), client->deliveries().size());
-    EXPECT_THAT(pal().openStreams(), IsEmpty());
-    expectNoPalCallOnAnEventThread();
-}
-
-// Two PAL threads deliver two sessions' events at once, and each client calls into the other's
-// session from its callback. Neither waits for the other, and an event raised after a stop or
-// release has returned reaches nobody.
-TEST_F(VoxaConcurrencyTest, TwoPalThreadsCallingIntoEachOthersSessions) {
+// Two PAL threads deliver two sessions' events at once, and each client calls from its callback
+// into its own session (as most clients end theirs with a final result) or into the other's, on a
+// PAL that waits for the callbacks it runs inside its stop, close and set_param. Neither waits for
+// the other, no PAL call is made on an event thread, and an event raised after a stop or release
+// has returned reaches nobody.
+TEST_F(VoxaConcurrencyTest, TwoPalThreadsCallingIntoTheirOwnAndEachOthersSessions) {
     constexpr int kRounds = 10000;
     VoxaParameter force;
     force.param = ParameterType::FORCE_OUTPUT_EVENT;
@@ -246,6 +215,7 @@ TEST_F(VoxaConcurrencyTest, TwoPalThreadsCallingIntoEachOthersSessions) {
     for (int round = 0; round < kRounds; ++round) {
         const int operation = round % 4;
         const bool ends = operation < 2;
+        const bool own = round / 4 % 2 == 1;
         for (Side& side : sides) {
             if (side.handle < 0) {
                 side.handle = openSession(side.client);
@@ -253,18 +223,17 @@ TEST_F(VoxaConcurrencyTest, TwoPalThreadsCallingIntoEachOthersSessions) {
             }
             ASSERT_TRUE(mVoxa->startListening(side.handle, englishConfig()).isOk());
         }
-        // Both callbacks are under way before either calls into the other's session.
-        std::atomic<int> entered{0};
-        std::atomic<int> failures{0};
+        // Both callbacks are under way before either calls into a session.
+        std::atomic<int> entered{0}, failures{0};
         for (int s = 0; s < 2; ++s) {
-            const int32_t other = sides[1 - s].handle;
-            sides[s].client->onCall([&, other] {
+            const int32_t target = sides[own ? s : 1 - s].handle;
+            sides[s].client->onCall([&, target] {
                 entered++;
                 const auto giveUp = std::chrono::steady_clock::now() + 10s;
                 while (entered < 2 && std::chrono::steady_clock::now() < giveUp) {
                     std::this_thread::yield();
                 }
-                if (entered < 2 || !operations[operation](other).isOk()) failures++;
+                if (entered < 2 || !operations[operation](target).isOk()) failures++;
             });
         }
         std::future<int32_t> events[2];
@@ -281,13 +250,14 @@ TEST_F(VoxaConcurrencyTest, TwoPalThreadsCallingIntoEachOthersSessions) {
         }
         ASSERT_EQ(0, failures.load()) << "round " << round;
 
-        for (Side& side : sides) side.client->onCall(nullptr);
         for (Side& side : sides) {
+            side.client->onCall(nullptr);
             const size_t before = side.client->count();
             pal().raiseEvent(side.stream, 0, payload);
             ASSERT_EQ(before + (ends ? 0 : 1), side.client->count()) << "round " << round;
             if (operation == 1) side.handle = -1;
         }
+        expectNoPalCallOnAnEventThread();
         mLog.clear();
         pal().clearCalls();
     }
@@ -298,121 +268,68 @@ TEST_F(VoxaConcurrencyTest, TwoPalThreadsCallingIntoEachOthersSessions) {
     EXPECT_THAT(pal().openStreams(), IsEmpty());
 }
 
-// A client's callback stops its session, whose deferred stop the worker is held in, then makes
-// `more` calls, whose deferred PAL calls wait in the worker's queue until release().
-class HeldWorker {
-  public:
-    HeldWorker(const std::shared_ptr<IVoxa>& voxa, const std::shared_ptr<RecordingCallback>& client,
-               int32_t stopped, pal_stream_handle* stream, std::function<void()> more) {
-        FakePal::instance().setHook(Function::StreamStop, [this](const fake_pal::Call&) {
-            if (mHeld.exchange(true)) return;
-            mEntered.set_value();
-            mRelease.wait();
-        });
-        client->onCall([=] {
-            client->onCall(nullptr);
-            voxa->stopListening(stopped);
-            more();
-        });
-        EXPECT_EQ(0, FakePal::instance().raiseEvent(stream, 0, asrPayload("final")));
-        mEntered.get_future().wait();
-    }
-    ~HeldWorker() { FakePal::instance().setHook(Function::StreamStop, nullptr); }
-
-    void release() { mReleaseSignal.set_value(); }
-
-  private:
-    std::atomic<bool> mHeld{false};
-    std::promise<void> mEntered;
-    std::promise<void> mReleaseSignal;
-    std::shared_future<void> mRelease = mReleaseSignal.get_future().share();
-};
-
-// Each stream's PAL calls from the first stop or setParameter on, by stream.
-std::map<pal_stream_handle*, std::vector<Function>> laterCallsByStream() {
-    std::map<pal_stream_handle*, std::vector<Function>> byStream;
-    for (const fake_pal::Call& call : FakePal::instance().calls()) {
-        if (call.stream != nullptr) byStream[call.stream].push_back(call.function);
-    }
-    return byStream;
-}
-
-// Three listening sessions; the callback of the first's event stops it (held), releases the
-// second and sends the third a parameter.
-class QueuedCallsTest : public VoxaConcurrencyTest {
-  protected:
-    void SetUp() override {
+// Three listening sessions; the callback of the first's event stops it, whose deferred stop holds
+// the worker, then releases the second and sends the third a parameter (and, before the service
+// goes, registers the global callback again), so that those calls wait in the worker's queue. The
+// client dies, or the service goes, meanwhile: each session's queued calls run first, every stream
+// closes once, and the service withdraws its registration, so that nothing of the PAL's can reach
+// the freed object.
+TEST_F(VoxaConcurrencyTest, ClientDeathAndDestructionRunTheQueuedCallsFirst) {
+    using F = Function;
+    VoxaParameter force;
+    force.param = ParameterType::FORCE_OUTPUT_EVENT;
+    for (bool destroy : {false, true}) {
+        SCOPED_TRACE(destroy ? "service destroyed" : "client died");
+        auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+        ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
+        auto client = ndk::SharedRefBase::make<RecordingCallback>();
+        int32_t handles[3];
+        pal_stream_handle* streams[3];
         for (int i = 0; i < 3; ++i) {
-            mHandles.push_back(openSession(mClient));
-            mStreams.push_back(lastStream());
-            ASSERT_TRUE(mVoxa->startListening(mHandles.back(), englishConfig()).isOk());
+            handles[i] = openSession(client);
+            streams[i] = lastStream();
+            ASSERT_TRUE(mVoxa->startListening(handles[i], englishConfig()).isOk());
         }
         pal().clearCalls();
-    }
-
-    std::unique_ptr<HeldWorker> holdWorker(std::function<void()> more = [] {}) {
-        VoxaParameter force;
-        force.param = ParameterType::FORCE_OUTPUT_EVENT;
-        return std::make_unique<HeldWorker>(mVoxa, mClient, mHandles[0], mStreams[0], [=] {
-            mVoxa->releaseSession(mHandles[1]);
-            mVoxa->setParameter(mHandles[2], force);
-            more();
+        PalCallGate held(F::StreamStop);
+        client->onCall([&] {
+            client->onCall(nullptr);
+            mVoxa->stopListening(handles[0]);
+            mVoxa->releaseSession(handles[1]);
+            mVoxa->setParameter(handles[2], force);
+            if (destroy) mVoxa->registerGlobalCallback(global);
         });
+        EXPECT_EQ(0, pal().raiseEvent(streams[0], 0, asrPayload("final")));
+        held.waitUntilEntered();
+        std::thread ending([&] {
+            if (destroy) {
+                mVoxa.reset();
+                binder_host::clearServices();
+            } else {
+                binder_host::killProcessOf(global->asBinder().get());
+            }
+        });
+        std::this_thread::sleep_for(20ms);
+        held.release();
+        ending.join();
+        if (!destroy) service().waitForDeferredCalls();
+
+        std::map<pal_stream_handle*, std::vector<Function>> calls;
+        for (const fake_pal::Call& call : pal().calls()) {
+            if (call.stream != nullptr) calls[call.stream].push_back(call.function);
+        }
+        // The death stops each session once more; the destruction closes it.
+        EXPECT_EQ((destroy ? std::vector<F>{F::StreamStop, F::StreamClose}
+                           : std::vector<F>{F::StreamStop, F::StreamStop, F::StreamClose}),
+                  calls[streams[0]]);
+        EXPECT_THAT(calls[streams[1]], ::testing::ElementsAre(F::StreamStop, F::StreamClose));
+        EXPECT_THAT(calls[streams[2]],
+                    ::testing::ElementsAre(F::StreamSetParam, F::StreamStop, F::StreamClose));
+        EXPECT_THAT(pal().openStreams(), IsEmpty());
+        EXPECT_EQ(fake_pal::kNotDelivered, pal().raiseEvent(streams[2], 0, asrPayload("late")));
     }
-
-    std::shared_ptr<RecordingCallback> mClient = ndk::SharedRefBase::make<RecordingCallback>();
-    std::vector<int32_t> mHandles;
-    std::vector<pal_stream_handle*> mStreams;
-};
-
-// The client dies while deferred calls wait in the queue: the death stops and closes each session
-// once the session's queued calls have run, and the released session closes once.
-TEST_F(QueuedCallsTest, ClientDeathWaitsForEachSessionsQueuedCalls) {
-    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
-    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
-    pal().clearCalls();
-    std::unique_ptr<HeldWorker> held = holdWorker();
-    std::thread death([&] { binder_host::killProcessOf(global->asBinder().get()); });
-    std::this_thread::sleep_for(20ms);
-    held->release();
-    death.join();
-    service().waitForDeferredCalls();
-
-    using F = Function;
-    auto calls = laterCallsByStream();
-    EXPECT_THAT(calls[mStreams[0]],
-                ::testing::ElementsAre(F::StreamStop, F::StreamStop, F::StreamClose));
-    EXPECT_THAT(calls[mStreams[1]], ::testing::ElementsAre(F::StreamStop, F::StreamClose));
-    EXPECT_THAT(calls[mStreams[2]],
-                ::testing::ElementsAre(F::StreamSetParam, F::StreamStop, F::StreamClose));
-    EXPECT_THAT(pal().openStreams(), IsEmpty());
-}
-
-// The service goes while deferred calls wait in the queue, a registration among them: the calls
-// run before it is gone, every stream closes once, and the registration is withdrawn, so nothing
-// of the PAL's can reach the freed object.
-TEST_F(QueuedCallsTest, DestroyingTheServiceRunsTheQueuedCallsFirst) {
-    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
-    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
-    std::unique_ptr<HeldWorker> held = holdWorker([&] { mVoxa->registerGlobalCallback(global); });
-    std::thread destruction([&] {
-        mVoxa.reset();
-        binder_host::clearServices();
-    });
-    std::this_thread::sleep_for(20ms);
-    held->release();
-    destruction.join();
-
-    using F = Function;
-    auto calls = laterCallsByStream();
-    EXPECT_THAT(calls[mStreams[0]], ::testing::ElementsAre(F::StreamStop, F::StreamClose));
-    EXPECT_THAT(calls[mStreams[1]], ::testing::ElementsAre(F::StreamStop, F::StreamClose));
-    EXPECT_THAT(calls[mStreams[2]],
-                ::testing::ElementsAre(F::StreamSetParam, F::StreamStop, F::StreamClose));
-    EXPECT_THAT(pal().openStreams(), IsEmpty());
     EXPECT_EQ(Bytes(16).vector(), pal().calls(Function::SetParam).back().payload);
     EXPECT_FALSE(pal().notifyResourcesAvailable());
-    EXPECT_EQ(fake_pal::kNotDelivered, pal().raiseEvent(mStreams[2], 0, asrPayload("late")));
 }
 
 // Whether the calling thread's last pal_stream_open began before the client's death did.
@@ -431,8 +348,7 @@ TEST_F(VoxaConcurrencyTest, InitSessionRacingClientDeath) {
         ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
         killing = false;
         std::mutex lock;
-        std::vector<int32_t> beforeDeath;
-        std::vector<int32_t> afterDeath;
+        std::vector<int32_t> beforeDeath, afterDeath;
         std::vector<std::thread> threads;
         for (int t = 0; t < kThreads; ++t) {
             threads.emplace_back([&] {

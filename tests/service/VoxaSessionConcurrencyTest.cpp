@@ -1,5 +1,6 @@
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <thread>
 
@@ -25,43 +26,39 @@ class VoxaSessionConcurrencyTest : public FakePalTest {
     StrictPal mStrictPal;
 };
 
-TEST_F(VoxaSessionConcurrencyTest, EventWaitsForTheLockOfAListeningSession) {
-    // A binder thread's setParameter holds the session's lock inside its PAL call.
-    PalCallGate gate(Function::StreamSetParam);
-    std::future<int> binderCall = std::async(std::launch::async, [this] {
-        VoxaParameter force;
-        force.param = ParameterType::FORCE_OUTPUT_EVENT;
-        return mSession->setParameter(force);
-    });
-    gate.waitUntilEntered();
-
-    std::future<int32_t> event = pal().raiseEventAsync(mStream, 0, asrPayload("waited"));
-    EXPECT_EQ(std::future_status::timeout, event.wait_for(100ms));
-    EXPECT_THAT(mClient->deliveries(), IsEmpty());
-
-    gate.release();
-    EXPECT_EQ(0, binderCall.get());
-    EXPECT_EQ(0, event.get());
-    ASSERT_EQ(1u, mClient->deliveries().size());
-    EXPECT_EQ("waited", mClient->deliveries()[0].asr->events->at(0)->text);
-}
-
-// A stop or close ends the session's listening before it calls the PAL, so an event waiting for
-// the lock is dropped at once: the strict PAL's stop and close, which wait for their callbacks,
-// never wait on it.
-TEST_F(VoxaSessionConcurrencyTest, EventRaisedWhileStoppingOrClosingIsDroppedAtOnce) {
-    for (bool closing : {false, true}) {
-        SCOPED_TRACE(closing ? "close" : "stop");
+// While a binder thread holds the session's lock inside a PAL call, an event of the listening
+// session waits for the lock. A stop or close ends the session's listening before it calls the
+// PAL, so an event raised meanwhile is dropped at once: the strict PAL's stop and close, which
+// wait for their callbacks, never wait on it.
+TEST_F(VoxaSessionConcurrencyTest, EventWaitsForTheLockUnlessTheSessionIsStopping) {
+    VoxaParameter force;
+    force.param = ParameterType::FORCE_OUTPUT_EVENT;
+    const struct {
+        const char* name;
+        Function held;
+        std::function<int()> call;
+    } cases[] = {
+            {"setParameter", Function::StreamSetParam,
+             [&] { return mSession->setParameter(force); }},
+            {"stop", Function::StreamStop, [&] { return mSession->stop(); }},
+            {"close", Function::StreamStop, [&] { return mSession->close(); }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         ASSERT_EQ(0, mSession->start(englishConfig()));
-        PalCallGate gate(Function::StreamStop);
-        std::future<int> binderCall = std::async(
-                std::launch::async, [&] { return closing ? mSession->close() : mSession->stop(); });
+        const bool stopping = c.held == Function::StreamStop;
+        PalCallGate gate(c.held);
+        std::future<int> binderCall = std::async(std::launch::async, c.call);
         gate.waitUntilEntered();
-
-        EXPECT_EQ(0, pal().raiseEvent(mStream, 0, asrPayload("late")));
+        std::future<int32_t> event = pal().raiseEventAsync(mStream, 0, asrPayload(c.name));
+        EXPECT_EQ(stopping ? std::future_status::ready : std::future_status::timeout,
+                  event.wait_for(stopping ? 10s : 100ms));
+        EXPECT_THAT(mClient->deliveries(), ::testing::SizeIs(stopping ? 1 : 0));
         gate.release();
         EXPECT_EQ(0, binderCall.get());
-        EXPECT_THAT(mClient->deliveries(), IsEmpty());
+        EXPECT_EQ(0, event.get());
+        ASSERT_EQ(1u, mClient->deliveries().size());
+        EXPECT_EQ("setParameter", mClient->deliveries()[0].asr->events->at(0)->text);
     }
 }
 

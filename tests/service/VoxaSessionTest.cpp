@@ -14,22 +14,26 @@ class VoxaSessionTest : public FakePalTest {
     std::shared_ptr<VoxaSession> mSession =
             std::make_shared<VoxaSession>(kHandle, mClient, mWorker);
 
-    // Opens and starts the session; forgets the calls and lines that took.
-    void listen() {
-        ASSERT_EQ(0, mSession->loadModel(testModel()));
-        ASSERT_EQ(0, mSession->start(englishConfig()));
-        mLog.clear();
-    }
-    int32_t raise(uint32_t eventId, const std::vector<uint8_t>& payload) {
-        return pal().raiseEvent(lastStream(), eventId, payload);
+    int32_t raise(uint32_t eventId, const std::vector<uint8_t>& payload,
+                  const fake_pal::Delivery& delivery = {}) {
+        return pal().raiseEvent(lastStream(), eventId, payload, delivery);
     }
 };
 
-TEST_F(VoxaSessionTest, LoadModelOpensTheCaptureStreamAndSendsTheModel) {
+// The model goes to a capture stream opened for it; a parameter's payload is a 4-byte count
+// followed by the data, in room for 20 bytes.
+TEST_F(VoxaSessionTest, LoadModelOpensTheCaptureStreamAndParametersSendCountedData) {
     ASSERT_EQ(0, mSession->loadModel(testModel()));
+    VoxaParameter parameter;
+    parameter.param = ParameterType::FORCE_OUTPUT_EVENT;
+    parameter.data = {1, 2, 3, 255};
+    EXPECT_EQ(0, mSession->setParameter(parameter));
+    parameter.param = ParameterType::CUSTOM_EXTRAS;
+    parameter.data.assign(20, 0xab);
+    EXPECT_EQ(0, mSession->setParameter(parameter));
 
     std::vector<fake_pal::Call> calls = pal().calls();
-    ASSERT_EQ(2u, calls.size());
+    ASSERT_EQ(4u, calls.size());
     const fake_pal::Call& open = calls[0];
     EXPECT_EQ(Function::StreamOpen, open.function);
     Bytes attributes(232);
@@ -50,54 +54,15 @@ TEST_F(VoxaSessionTest, LoadModelOpensTheCaptureStreamAndSendsTheModel) {
     EXPECT_EQ(77u, param.paramId);
     EXPECT_EQ(28u, param.payload.size());
     EXPECT_EQ(24u, voxa_test::readAt<uint32_t>(param.payload, 0));
-}
-
-// Events reach the client only while the session listens: not before its start, not after a
-// refused start or a stop; a rejected configuration leaves a listening session listening.
-TEST_F(VoxaSessionTest, EventsReachTheClientOnlyWhileListening) {
-    ASSERT_EQ(0, mSession->loadModel(testModel()));
-    EXPECT_EQ(0, raise(0, asrPayload("before start")));
-    pal().queueResults(Function::StreamStart, {-16});
-    EXPECT_EQ(-16, mSession->start(englishConfig()));
-    EXPECT_EQ(0, raise(0, asrPayload("dropped")));
-    EXPECT_THAT(mClient->deliveries(), IsEmpty());
-
-    ASSERT_EQ(0, mSession->start(englishConfig()));
-    VoxaConfig badLanguage = englishConfig();
-    badLanguage.input_lang_code = "en_US";
-    EXPECT_EQ(-22, mSession->start(badLanguage));
-    EXPECT_EQ(0, raise(0, asrPayload("heard")));
-    EXPECT_EQ(1u, mClient->deliveries().size());
-
-    ASSERT_EQ(0, mSession->stop());
-    mLog.clear();
-    EXPECT_EQ(0, raise(2, sdzPayload(1)));
-    EXPECT_EQ(1u, mClient->deliveries().size());
-    EXPECT_THAT(mLog.lines(), ElementsAre(Info("onEventCallback: Exit, handle 7")));
-}
-
-// The parameter payload is a 4-byte count followed by the data, in room for 20 bytes.
-TEST_F(VoxaSessionTest, SetParameterSendsCountedData) {
-    ASSERT_EQ(0, mSession->loadModel(testModel()));
-    pal().clearCalls();
-    VoxaParameter parameter;
-    parameter.param = ParameterType::FORCE_OUTPUT_EVENT;
-    parameter.data = {1, 2, 3, 255};
-    EXPECT_EQ(0, mSession->setParameter(parameter));
-    parameter.param = ParameterType::CUSTOM_EXTRAS;
-    parameter.data.assign(20, 0xab);
-    EXPECT_EQ(0, mSession->setParameter(parameter));
-
-    std::vector<fake_pal::Call> calls = pal().calls();
-    ASSERT_EQ(2u, calls.size());
-    EXPECT_EQ(Bytes(8).u32(0, 4).bytes(4, {1, 2, 3, 255}).vector(), calls[0].payload);
-    EXPECT_EQ(Bytes(24).u32(0, 20).bytes(4, parameter.data).vector(), calls[1].payload);
+    EXPECT_EQ(Bytes(8).u32(0, 4).bytes(4, {1, 2, 3, 255}).vector(), calls[2].payload);
+    EXPECT_EQ(Bytes(24).u32(0, 20).bytes(4, parameter.data).vector(), calls[3].payload);
 }
 
 // A binder thread may still hold a session that another has released: once closed, every
 // operation is refused without a PAL call.
 TEST_F(VoxaSessionTest, AClosedSessionRefusesEveryOperation) {
-    listen();
+    ASSERT_EQ(0, mSession->loadModel(testModel()));
+    ASSERT_EQ(0, mSession->start(englishConfig()));
     ASSERT_EQ(0, mSession->close());
     pal().clearCalls();
     mLog.clear();
@@ -119,9 +84,24 @@ TEST_F(VoxaSessionTest, AClosedSessionRefusesEveryOperation) {
               mLog.lines());
 }
 
-// A client that fails its callbacks still gets every later event.
-TEST_F(VoxaSessionTest, EventsAreDecodedByIdAndDeliveredWithTheHandle) {
-    listen();
+// Events reach the client only while the session listens: not before its start, not after a
+// refused start or a stop; a rejected configuration leaves a listening session listening. They are
+// decoded by id and delivered with the session's handle, and a client that fails its callbacks
+// still gets every later event. Malformed callbacks (no payload, no stream, no cookie) are refused
+// before they reach the session.
+TEST_F(VoxaSessionTest, EventsAreDecodedByIdAndReachTheClientOnlyWhileListening) {
+    ASSERT_EQ(0, mSession->loadModel(testModel()));
+    EXPECT_EQ(0, raise(0, asrPayload("before start")));
+    pal().queueResults(Function::StreamStart, {-16});
+    EXPECT_EQ(-16, mSession->start(englishConfig()));
+    EXPECT_EQ(0, raise(0, asrPayload("dropped")));
+    EXPECT_THAT(mClient->deliveries(), IsEmpty());
+
+    ASSERT_EQ(0, mSession->start(englishConfig()));
+    VoxaConfig badLanguage = englishConfig();
+    badLanguage.input_lang_code = "en_US";
+    EXPECT_EQ(-22, mSession->start(badLanguage));
+    mLog.clear();
     mClient->failWith(-4);
     for (uint32_t id : {0u, 3u, 99u}) EXPECT_EQ(0, raise(id, asrPayload("plain")));
     EXPECT_EQ(0, raise(1, timestampPayload("stamped")));
@@ -151,26 +131,30 @@ TEST_F(VoxaSessionTest, EventsAreDecodedByIdAndDeliveredWithTheHandle) {
     EXPECT_EQ(Info("onEventCallback: Exit, handle 7"), lines[1]);
     EXPECT_EQ(Info("onEventCallback:[7] send asr timestamp event"), lines[6]);
     EXPECT_EQ(Info("onEventCallback:[7] send sdz event"), lines[8]);
-}
 
-TEST_F(VoxaSessionTest, MalformedCallbacksAreRefusedBeforeTheSession) {
-    listen();
+    mLog.clear();
     fake_pal::Delivery nullPayload;
     nullPayload.nullPayload = true;
     nullPayload.size = 12;
-    EXPECT_EQ(-22, pal().raiseEvent(lastStream(), 4, asrPayload("x"), nullPayload));
+    EXPECT_EQ(-22, raise(4, asrPayload("x"), nullPayload));
     fake_pal::Delivery nullStream;
     nullStream.nullStream = true;
-    EXPECT_EQ(-22, pal().raiseEvent(lastStream(), 1, asrPayload("x"), nullStream));
+    EXPECT_EQ(-22, raise(1, asrPayload("x"), nullStream));
     std::vector<uint8_t> payload = asrPayload("x");
     unsigned long stream = 0;
     EXPECT_EQ(0,
               VoxaSession::palCallback(&stream, 0, reinterpret_cast<unsigned int*>(payload.data()),
                                        payload.size(), 0));
-    EXPECT_THAT(mClient->deliveries(), IsEmpty());
+    EXPECT_EQ(5u, mClient->count());
     EXPECT_THAT(mLog.lines(),
                 ElementsAre(Error("palCallback: error, invalid handle/eventData id 4, size 12"),
                             Error("palCallback: error, invalid handle/eventData id 1, size 5148")));
+
+    ASSERT_EQ(0, mSession->stop());
+    mLog.clear();
+    EXPECT_EQ(0, raise(2, sdzPayload(1)));
+    EXPECT_EQ(5u, mClient->count());
+    EXPECT_THAT(mLog.lines(), ElementsAre(Info("onEventCallback: Exit, handle 7")));
 }
 
 }  // namespace

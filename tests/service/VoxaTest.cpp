@@ -13,9 +13,9 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-std::string pointerText(unsigned long address) {
+std::string pointerText(const void* address) {
     char text[32];
-    snprintf(text, sizeof(text), "%p", reinterpret_cast<void*>(address));
+    snprintf(text, sizeof(text), "%p", address);
     return text;
 }
 
@@ -42,11 +42,11 @@ TEST(RegisterServiceTest, PublishesTheServiceOrReturnsTheManagersStatus) {
     log.clear();
     binder_host::failNextAddService(STATUS_ALREADY_EXISTS);
     EXPECT_EQ(STATUS_ALREADY_EXISTS, registerService());
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Info("Register ASR Service"), Info("Voxa: "),
-                            voxa_test::Warn("Could not register " + std::string(kInstance) +
-                                            ", status=" + std::to_string(STATUS_ALREADY_EXISTS)),
-                            Info("~Voxa: ")));
+    EXPECT_EQ(Lines({"I Register ASR Service", "I Voxa: ",
+                     "W Could not register " + std::string(kInstance) +
+                             ", status=" + std::to_string(STATUS_ALREADY_EXISTS),
+                     "I ~Voxa: "}),
+              log.lines());
     EXPECT_EQ(nullptr, AServiceManager_checkService(kInstance));
 }
 
@@ -57,16 +57,12 @@ TEST_F(VoxaTest, UnknownHandlesAreInvalid) {
     int32_t released = openSession(client);
     ASSERT_TRUE(mVoxa->releaseSession(released).isOk());
     pal().clearCalls();
-    mLog.clear();
-
-    VoxaParameter param;
-    param.param = ParameterType::FORCE_OUTPUT_EVENT;
     const std::vector<std::pair<std::string, std::function<ndk::ScopedAStatus(int32_t)>>> calls = {
             {"releaseSession", [&](int32_t h) { return mVoxa->releaseSession(h); }},
             {"startListening",
              [&](int32_t h) { return mVoxa->startListening(h, englishConfig()); }},
             {"stopListening", [&](int32_t h) { return mVoxa->stopListening(h); }},
-            {"setParameter", [&](int32_t h) { return mVoxa->setParameter(h, param); }},
+            {"setParameter", [&](int32_t h) { return mVoxa->setParameter(h, {}); }},
     };
     for (const auto& [name, call] : calls) {
         for (int32_t handle : {released, 42, -1}) {
@@ -111,6 +107,8 @@ std::string transcript(const std::vector<voxa_test::LogLine>& lines,
 // Every operation, as it succeeds and as each of its steps fails: the status the client gets,
 // every line the service logs and the PAL calls it makes. Handle 0 is the session's.
 TEST_F(VoxaTest, EachOperationLogsAndCallsThePal) {
+    using F = Function;
+    using P = ParameterType;
     enum Before { kNothing, kOpen, kListening };
     struct Case {
         const char* name;
@@ -142,6 +140,7 @@ TEST_F(VoxaTest, EachOperationLogsAndCallsThePal) {
             return voxa.setParameter(0, parameter);
         };
     };
+    auto global = [](IVoxa& voxa) { return voxa.registerGlobalCallback(nullptr); };
     auto stop = [](IVoxa& voxa) { return voxa.stopListening(0); };
     auto release = [](IVoxa& voxa) { return voxa.releaseSession(0); };
     const Case cases[] = {
@@ -153,7 +152,7 @@ I loadModel: Exit, handle 0, status = 0
 I initSession: Exit handle 0, status 0
 pal_stream_open
 pal_stream_set_param 77)"},
-            {"init, no stream", kNothing, {{Function::StreamOpen, -12}}, init(client), -4, R"(
+            {"init, no stream", kNothing, {{F::StreamOpen, -12}}, init(client), -4, R"(
 I initSession: Enter
 I VoxaSession: Enter, handle 0
 I loadModel: Enter handle 0, model {model}
@@ -162,12 +161,7 @@ E initSession: Failed to load model with handle 0, status -12
 I ~VoxaSession: Enter, handle 0
 pal_stream_open)"},
             // A refused model closes its stream again, quietly.
-            {"init, model refused",
-             kNothing,
-             {{Function::StreamSetParam, -16}},
-             init(client),
-             -2,
-             R"(
+            {"init, model refused", kNothing, {{F::StreamSetParam, -16}}, init(client), -2, R"(
 I initSession: Enter
 I VoxaSession: Enter, handle 0
 I loadModel: Enter handle 0, model {model}
@@ -180,12 +174,7 @@ pal_stream_close)"},
             {"init, null callback", kNothing, {}, init(nullptr), -1, R"(
 I initSession: Enter
 E initSession: null callback for handle 0)"},
-            {"global, null callback",
-             kNothing,
-             {},
-             [](IVoxa& voxa) { return voxa.registerGlobalCallback(nullptr); },
-             -1,
-             R"(
+            {"global, null callback", kNothing, {}, global, -1, R"(
 E registerGlobalCallback: null callback
 I registerGlobalCallback: Exit, status -22)"},
             {"start", kOpen, {}, start("en-US"), 0, R"(
@@ -203,7 +192,7 @@ E start: Failed to parse config, status = -22
 E startListening: Failed to start with handle 0, status -22)"},
             {"start, configuration refused",
              kOpen,
-             {{Function::StreamSetParam, -5}},
+             {{F::StreamSetParam, -5}},
              start("en-US"),
              -4,
              R"(
@@ -212,7 +201,7 @@ I start: Enter, handle 0, config {config}
 E start: failed to set asr config, status = -5
 E startListening: Failed to start with handle 0, status -5
 pal_stream_set_param 78)"},
-            {"start refused", kOpen, {{Function::StreamStart, -16}}, start("en-US"), -2, R"(
+            {"start refused", kOpen, {{F::StreamStart, -16}}, start("en-US"), -2, R"(
 I startListening: Enter handle 0
 I start: Enter, handle 0, config {config}
 E start: failed to start pal stream, status = -16
@@ -228,7 +217,7 @@ I stopL: Exit, handle 0, status = 0
 I stop: Exit, handle 0, status = 0
 I stopListening: Exit handle 0, status 0
 pal_stream_stop)"},
-            {"stop refused", kListening, {{Function::StreamStop, -38}}, stop, -3, R"(
+            {"stop refused", kListening, {{F::StreamStop, -38}}, stop, -3, R"(
 I stopListening: Enter handle 0
 I stop: Enter, handle 0
 I stopL: Enter, handle 0
@@ -238,18 +227,13 @@ I stop: Exit, handle 0, status = -38
 E stopListening: Failed to stop recognition model with handle 0, status -38
 I stopListening: Exit handle 0, status -38
 pal_stream_stop)"},
-            {"force output", kListening, {}, set(ParameterType::FORCE_OUTPUT_EVENT, 2), 0, R"(
+            {"force output", kListening, {}, set(P::FORCE_OUTPUT_EVENT, 2), 0, R"(
 I setParameter: Enter handle 0
 I setParameter: Enter, handle 0, parameters VoxaParameter{param: FORCE_OUTPUT_EVENT, data: [7, 7]}
 I setParameter: Exit, handle 0, status = 0
 I setParameter: Exit handle 0, status 0
 pal_stream_set_param 80)"},
-            {"extras refused",
-             kOpen,
-             {{Function::StreamSetParam, -19}},
-             set(ParameterType::CUSTOM_EXTRAS, 0),
-             -4,
-             R"(
+            {"extras refused", kOpen, {{F::StreamSetParam, -19}}, set(P::CUSTOM_EXTRAS, 0), -4, R"(
 I setParameter: Enter handle 0
 I setParameter: Enter, handle 0, parameters VoxaParameter{param: CUSTOM_EXTRAS, data: []}
 E setParameter: failed to set asr param, status = -19
@@ -257,14 +241,14 @@ I setParameter: Exit, handle 0, status = -19
 E setParameter: Failed to set param with handle 0, status -19
 I setParameter: Exit handle 0, status -19
 pal_stream_set_param 79)"},
-            {"invalid parameter", kOpen, {}, set(ParameterType::INVALID, 0), -1, R"(
+            {"invalid parameter", kOpen, {}, set(P::INVALID, 0), -1, R"(
 I setParameter: Enter handle 0
 I setParameter: Enter, handle 0, parameters VoxaParameter{param: INVALID, data: []}
 E setParameter: Invalid param -1
 E setParameter: Failed to set param with handle 0, status -22
 I setParameter: Exit handle 0, status -22)"},
             // Data that cannot be sent is shown by its size alone.
-            {"parameter too long", kOpen, {}, set(ParameterType::FORCE_OUTPUT_EVENT, 21), -1, R"(
+            {"parameter too long", kOpen, {}, set(P::FORCE_OUTPUT_EVENT, 21), -1, R"(
 I setParameter: Enter handle 0
 I setParameter: Enter, handle 0, parameters VoxaParameter{param: FORCE_OUTPUT_EVENT, data: [21 bytes]}
 E setParameter: Invalid param data size 21, at most 20 bytes
@@ -280,7 +264,7 @@ pal_stream_close)"},
             // The session goes even when its stream fails to stop and to close.
             {"release refused",
              kListening,
-             {{Function::StreamStop, -32}, {Function::StreamClose, -5}},
+             {{F::StreamStop, -32}, {F::StreamClose, -5}},
              release,
              -4,
              R"(
@@ -338,6 +322,13 @@ TEST_F(VoxaTest, SupportedLanguagesAreAppendedForAnyHandle) {
 }
 
 TEST_F(VoxaTest, GlobalCallbackRegistration) {
+    // The PAL may report resources with the service's cookie before any callback is stored.
+    Voxa::onResourcesAvailable(serviceAddress());
+    Voxa::onResourcesAvailable(0);
+    EXPECT_THAT(mLog.lines(), ElementsAre(Info("onResourcesAvailable: Exit"),
+                                          Info("onResourcesAvailable: Exit")));
+    mLog.clear();
+
     auto first = ndk::SharedRefBase::make<CountingGlobalCallback>();
     ASSERT_TRUE(mVoxa->registerGlobalCallback(first).isOk());
     std::vector<fake_pal::Call> calls = pal().calls(Function::SetParam);
@@ -391,40 +382,15 @@ TEST_F(VoxaTest, GlobalCallbackRegistration) {
     binder_host::failNextLinkToDeath(STATUS_DEAD_OBJECT);
     mLog.clear();
     EXPECT_EQ(-4, serviceError(mVoxa->registerGlobalCallback(callback)));
+    const std::string dead = std::to_string(STATUS_DEAD_OBJECT);
     ndk::ScopedAStatus expected(AStatus_fromStatus(STATUS_DEAD_OBJECT));
-    EXPECT_THAT(
-            mLog.lines(),
-            ElementsAre(Error("registerGlobalCallback: link to death notification failed, "
-                              "status " +
-                              std::to_string(STATUS_DEAD_OBJECT) + ": " + expected.getMessage()),
-                        Info("registerGlobalCallback: Exit, status " +
-                             std::to_string(STATUS_DEAD_OBJECT))));
+    EXPECT_EQ(Lines({"E registerGlobalCallback: link to death notification failed, status " + dead +
+                             ": " + expected.getMessage(),
+                     "I registerGlobalCallback: Exit, status " + dead}),
+              mLog.lines());
     EXPECT_EQ(0u, binder_host::deathLinkCount(callback->asBinder().get()));
     EXPECT_TRUE(pal().notifyResourcesAvailable());
     EXPECT_EQ(2, callback->count());
-}
-
-// The client is watched while it has sessions: releasing the last one stops watching it, and its
-// next session watches it again, so that its death still closes that session's stream.
-TEST_F(VoxaTest, TheClientIsWatchedWhileItHasSessions) {
-    auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
-    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
-    auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    int32_t a = openSession(client);
-    int32_t b = openSession(client);
-    ASSERT_TRUE(mVoxa->releaseSession(a).isOk());
-    EXPECT_EQ(1u, binder_host::deathLinkCount(global->asBinder().get()));
-    ASSERT_TRUE(mVoxa->releaseSession(b).isOk());
-    EXPECT_EQ(0u, binder_host::deathLinkCount(global->asBinder().get()));
-
-    mLog.clear();
-    int32_t c = openSession(client);
-    EXPECT_EQ(1u, binder_host::deathLinkCount(global->asBinder().get()));
-    EXPECT_THAT(mLog.lines(), ::testing::Not(::testing::Contains(::testing::Field(
-                                      &voxa_test::LogLine::priority, ANDROID_LOG_ERROR))));
-    binder_host::killProcessOf(global->asBinder().get());
-    EXPECT_THAT(pal().openStreams(), IsEmpty());
-    EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(c)));
 }
 
 // Handles count up from zero, a failed initSession's included, and are never reused; after the
@@ -456,29 +422,31 @@ TEST_F(VoxaTest, WrappedHandlesSkipLiveSessions) {
     EXPECT_EQ(live, client->deliveries()[0].handle);
 }
 
-TEST_F(VoxaTest, WithoutAGlobalCallbackReleaseAndResourcesStillWork) {
-    auto client = ndk::SharedRefBase::make<RecordingCallback>();
-    EXPECT_TRUE(mVoxa->releaseSession(openSession(client)).isOk());
-
-    // The PAL may report resources with the service's cookie before any callback is stored.
-    mLog.clear();
-    Voxa::onResourcesAvailable(serviceAddress());
-    Voxa::onResourcesAvailable(0);
-    EXPECT_THAT(mLog.lines(), ElementsAre(Info("onResourcesAvailable: Exit"),
-                                          Info("onResourcesAvailable: Exit")));
-}
-
-// The client dies with three sessions open: each is stopped, then closed, and handles go on.
+// The client is watched while it has sessions, from its global callback's registration on:
+// releasing the last session stops watching it, and its next session watches it again. When it
+// dies, each of its sessions is stopped, then closed, and handles go on.
 TEST_F(VoxaTest, ClientDeathClosesItsSessions) {
     auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
     auto client = ndk::SharedRefBase::make<RecordingCallback>();
+    auto links = [&] { return binder_host::deathLinkCount(global->asBinder().get()); };
+    int32_t a = openSession(client);
+    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
+    int32_t b = openSession(client);
+    ASSERT_TRUE(mVoxa->releaseSession(a).isOk());
+    EXPECT_EQ(1u, links());
+    ASSERT_TRUE(mVoxa->releaseSession(b).isOk());
+    EXPECT_EQ(0u, links());
+
+    mLog.clear();
     std::vector<pal_stream_handle*> streams;
     for (int i = 0; i < 3; ++i) {
         openSession(client);
         streams.push_back(lastStream());
     }
-    ASSERT_TRUE(mVoxa->startListening(2, englishConfig()).isOk());
-    ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());  // watches the client from now on
+    EXPECT_EQ(1u, links());
+    EXPECT_THAT(mLog.lines(), ::testing::Not(::testing::Contains(::testing::Field(
+                                      &voxa_test::LogLine::priority, ANDROID_LOG_ERROR))));
+    ASSERT_TRUE(mVoxa->startListening(3, englishConfig()).isOk());
     pal().clearCalls();
     mLog.clear();
     binder_host::killProcessOf(global->asBinder().get());
@@ -493,10 +461,17 @@ TEST_F(VoxaTest, ClientDeathClosesItsSessions) {
         closed.insert(calls[i].stream);
     }
     EXPECT_EQ(std::set<pal_stream_handle*>(streams.begin(), streams.end()), closed);
-    EXPECT_EQ(-1, serviceError(mVoxa->stopListening(1)));
-    EXPECT_EQ(3, openSession(client));  // numbering goes on
+    EXPECT_THAT(pal().openStreams(), IsEmpty());
+    EXPECT_EQ(-1, serviceError(mVoxa->stopListening(3)));
+    EXPECT_EQ(-1, serviceError(mVoxa->releaseSession(4)));
+    EXPECT_EQ(5, openSession(client));  // numbering goes on
     EXPECT_THAT(mLog.lines(), ::testing::Contains(Info("clientDiedCallback: Client died " +
-                                                       pointerText(serviceAddress()) + "k")));
+                                                       pointerText(&service()) + "k")));
+
+    // A death notice without a service only logs.
+    mLog.clear();
+    clientDiedCallback(nullptr);
+    EXPECT_THAT(mLog.lines(), ElementsAre(Info("clientDiedCallback: Client died (nil)k")));
 }
 
 std::string dumpOf(const std::shared_ptr<IVoxa>& voxa) {
@@ -535,7 +510,7 @@ TEST_F(VoxaTest, DumpReportsTheServiceAndEachSession) {
             "resources-available notifications: 1\n"
             "sessions: 2\n"
             "  handle 0: listening, stream " +
-                    pointerText(reinterpret_cast<unsigned long>(stream)) +
+                    pointerText(stream) +
                     "\n"
                     "    model: 12345678-9abc-def0-1234-56789abcdef0 (1024 bytes)\n"
                     "    last configuration: en-US -> en-US, mode PARTIAL_CONTINUOUS, "
@@ -544,7 +519,7 @@ TEST_F(VoxaTest, DumpReportsTheServiceAndEachSession) {
                     "    events delivered: plain 0, time-stamped 1, diarization 1; dropped: "
                     "plain 0, time-stamped 0, diarization 0\n"
                     "  handle 1: not listening, stream " +
-                    pointerText(reinterpret_cast<unsigned long>(lastStream())) +
+                    pointerText(lastStream()) +
                     "\n"
                     "    model: 12345678-9abc-def0-1234-56789abcdef0 (1024 bytes)\n"
                     "    last configuration: en-US -> en-US, mode PARTIAL_CONTINUOUS, "
@@ -564,12 +539,6 @@ TEST_F(VoxaTest, DumpReportsTheServiceAndEachSession) {
                                                     "    events delivered: plain 0"));
     gate.release();
     binder.join();
-}
-
-TEST(ClientDiedCallbackTest, NullCookieOnlyLogs) {
-    LogCapture log;
-    clientDiedCallback(nullptr);
-    EXPECT_THAT(log.lines(), ElementsAre(Info("clientDiedCallback: Client died (nil)k")));
 }
 
 }  // namespace

@@ -8,30 +8,24 @@ namespace voxa_test {
 
 namespace {
 std::atomic<LogCapture*> gActive{nullptr};
-
-const char* priorityName(int priority) {
-    static const char* const kNames[] = {"VERBOSE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL"};
-    return priority >= ANDROID_LOG_VERBOSE && priority <= ANDROID_LOG_FATAL
-                   ? kNames[priority - ANDROID_LOG_VERBOSE]
-                   : "?";
-}
 }  // namespace
 
 void PrintTo(const LogLine& line, std::ostream* os) {
-    *os << priorityName(line.priority) << "/" << line.tag << ": \"" << line.message << "\"";
+    static const char* const kNames[] = {"VERBOSE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL"};
+    const int p = line.priority;
+    *os << (p >= ANDROID_LOG_VERBOSE && p <= ANDROID_LOG_FATAL ? kNames[p - ANDROID_LOG_VERBOSE]
+                                                               : "?")
+        << "/" << line.tag << ": \"" << line.message << "\"";
 }
 
 LogLine Info(const std::string& message) {
     return {ANDROID_LOG_INFO, "Voxa", message, {}};
 }
-LogLine Warn(const std::string& message) {
-    return {ANDROID_LOG_WARN, "Voxa", message, {}};
-}
 LogLine Error(const std::string& message) {
     return {ANDROID_LOG_ERROR, "Voxa", message, {}};
 }
 
-std::vector<LogLine> Lines(std::initializer_list<std::string> lines) {
+std::vector<LogLine> Lines(const std::vector<std::string>& lines) {
     std::vector<LogLine> parsed;
     for (const std::string& line : lines) {
         const int priority = line[0] == 'E'   ? ANDROID_LOG_ERROR

@@ -4,7 +4,6 @@
 
 #include <android/log.h>
 
-#include <initializer_list>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -24,17 +23,15 @@ struct LogLine {
     bool operator==(const LogLine& other) const {
         return priority == other.priority && tag == other.tag && message == other.message;
     }
-    bool operator!=(const LogLine& other) const { return !(*this == other); }
 };
 
 void PrintTo(const LogLine& line, std::ostream* os);
 
 // Lines with the service's tag, for readable expectations.
 LogLine Info(const std::string& message);
-LogLine Warn(const std::string& message);
 LogLine Error(const std::string& message);
 // Lines with the service's tag written as "I text", "W text" or "E text".
-std::vector<LogLine> Lines(std::initializer_list<std::string> lines);
+std::vector<LogLine> Lines(const std::vector<std::string>& lines);
 
 // Records every line written through liblog while it exists, in order, from any thread.
 // Installs its logger with __android_log_set_logger on construction; on destruction puts back
