@@ -280,8 +280,6 @@ TEST_F(VoxaConcurrencyTest, ClientDeathAndDestructionRunTheQueuedCallsFirst) {
     force.param = ParameterType::FORCE_OUTPUT_EVENT;
     for (bool destroy : {false, true}) {
         SCOPED_TRACE(destroy ? "service destroyed" : "client died");
-        auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
-        ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
         auto client = ndk::SharedRefBase::make<RecordingCallback>();
         int32_t handles[3];
         pal_stream_handle* streams[3];
@@ -291,6 +289,8 @@ TEST_F(VoxaConcurrencyTest, ClientDeathAndDestructionRunTheQueuedCallsFirst) {
             ASSERT_TRUE(mVoxa->startListening(handles[i], englishConfig()).isOk());
         }
         pal().clearCalls();
+        auto global = ndk::SharedRefBase::make<CountingGlobalCallback>();
+        ASSERT_TRUE(mVoxa->registerGlobalCallback(global).isOk());
         PalCallGate held(F::StreamStop);
         client->onCall([&] {
             client->onCall(nullptr);
