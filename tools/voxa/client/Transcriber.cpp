@@ -11,12 +11,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <thread>
 #include <vector>
 
 #include "Cli.h"
+#include "Formatter.h"
 #include "Signals.h"
 
 namespace voxa_tool {
@@ -64,16 +64,8 @@ bool isServiceError(const ndk::ScopedAStatus& status, ServiceError error) {
 }
 
 bool isFinal(const VoxaEvent& event) {
-    auto plain = event.events.value_or(std::vector<std::optional<VoxaEvent::Event>>{});
-    auto timed = event.timestamp_events.value_or(std::vector<std::optional<VoxaEvent::EventTS>>{});
-    return std::any_of(plain.begin(), plain.end(), [](const auto& r) { return r && r->flag; }) ||
-           std::any_of(timed.begin(), timed.end(), [](const auto& r) { return r && r->flag; });
-}
-
-std::string seconds(int64_t ms) {
-    char text[32];
-    snprintf(text, sizeof(text), "%.2f s", static_cast<double>(ms) / 1000.0);
-    return text;
+    const std::vector<Result> results = resultsOf(event);
+    return std::any_of(results.begin(), results.end(), [](const Result& r) { return r.final; });
 }
 
 }  // namespace
@@ -217,7 +209,8 @@ Status Transcriber::transcribe(const Options& options, size_t index, Output* out
                                     : ""));
     }
     if (end && end->endMs >= 0 && end->declaredMs > end->endMs) {
-        note(info.name + ": ends at " + seconds(end->endMs) + " of " + seconds(end->declaredMs));
+        note(info.name + ": ends at " + secondsText(end->endMs) + " s of " +
+             secondsText(end->declaredMs) + " s");
     }
     return Status::ok();
 }
